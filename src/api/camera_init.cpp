@@ -1,0 +1,41 @@
+#include "api/camera_init.h"
+
+#include "api/camera_choice.h"
+#include "api/console.h"
+#include "api/status.h"
+#include "rig/table_cache.h"
+
+namespace velmora {
+
+void initCamera(StitchHandle& handle, const CameraInitRequest& request) {
+  const auto camera = cameraFromConfigPath(request.configPath);
+  if (!camera) {
+    console::err("Configure path:", request.configPath, " error.");
+    handle.code = kStatusFailure;
+    return;
+  }
+  if (*camera == Camera::Up) {
+    console::out(console::kVersionBanner);
+    handle.upHeight = static_cast<uint32_t>(request.height);
+    handle.upWidth = static_cast<uint32_t>(request.width);
+    handle.upOutWidth = static_cast<uint32_t>(request.outWidth);
+    handle.upOutHeight = static_cast<uint32_t>(request.outHeight);
+    handle.upConfigPath = request.configPath;
+  } else {
+    handle.downWidth = static_cast<uint32_t>(request.width);
+    handle.downHeight = static_cast<uint32_t>(request.height);
+    handle.downOutWidth = static_cast<uint32_t>(request.outWidth);
+    handle.downOutHeight = static_cast<uint32_t>(request.outHeight);
+    handle.downConfigPath = request.configPath;
+  }
+  handle.tableDir = request.tableDir;
+
+  CameraModel model(handle.geometry(*camera));
+  model.readConfiguration(request.configPath);
+  ensureTable(model, handle.tablePath(*camera));
+
+  console::out(*camera == Camera::Up ? "Init UpCam done." : "Init DownCam done.");
+  console::out(console::kSeparator);
+}
+
+}  // namespace velmora

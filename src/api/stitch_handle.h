@@ -1,0 +1,40 @@
+// The state behind the stitch handle: what Init recorded for each camera, the colour-step work
+// that HDR stitches left pending, and the status code of the last operation.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "rig/camera_model.h"
+
+namespace velmora {
+
+enum class Camera { Up, Down };
+
+struct StitchHandle {
+  std::string upConfigPath;
+  std::string downConfigPath;
+  std::string tableDir;
+  // The Up pair is stored height first, the Down pair width first; every reader takes them in
+  // that order (they become the camera model's size1 and size2).
+  uint32_t upHeight = 0;
+  uint32_t upWidth = 0;
+  uint32_t downWidth = 0;
+  uint32_t downHeight = 0;
+  uint32_t upOutWidth = 0;
+  uint32_t upOutHeight = 0;
+  uint32_t downOutWidth = 0;
+  uint32_t downOutHeight = 0;
+  // Final image path -> intermediate image awaiting the colour step, visited in key order.
+  std::map<std::string, std::string> pendingIsp;
+  int32_t code = 0;
+
+  // The camera model's geometry as Init recorded it for this camera.
+  CameraGeometry geometry(Camera camera) const;
+  const std::string& configPath(Camera camera) const;
+  // tableDir + "/table_Up.bin" or "/table_Down.bin".
+  std::string tablePath(Camera camera) const;
+};
+
+}  // namespace velmora

@@ -1,0 +1,62 @@
+#include "support/test_support.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace velmora::testing {
+
+namespace {
+
+std::vector<std::string> splitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "velmora-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+CapturedConsole::CapturedConsole()
+    : oldOut_(std::cout.rdbuf(out_.rdbuf())), oldErr_(std::cerr.rdbuf(err_.rdbuf())) {}
+
+CapturedConsole::~CapturedConsole() {
+  std::cout.rdbuf(oldOut_);
+  std::cerr.rdbuf(oldErr_);
+}
+
+std::vector<std::string> CapturedConsole::outLines() const { return splitLines(out()); }
+std::vector<std::string> CapturedConsole::errLines() const { return splitLines(err()); }
+
+void writeTextFile(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string cameraConfigText(double focal, double centerX, double centerY, float rotX,
+                             float rotZ) {
+  std::ostringstream text;
+  text.precision(17);
+  text << "focal " << focal << "\ncenterX " << centerX << "\ncenterY " << centerY << "\nrotX "
+       << rotX << "\nextra1 0\nrotZ " << rotZ << "\nextra2 0\nextra3 0\nextra4 0\n";
+  return text.str();
+}
+
+}  // namespace velmora::testing
