@@ -60,9 +60,8 @@ VELMORA_API void* ZEMU_CreateOptFlowStitchHandle(void);
  * unrecognised path prints "Configure path:<path> error." and sets -1; a table that can be neither
  * loaded nor built (no readable configuration, unwritable directory) sets -1 with one line.
  */
-VELMORA_API void ZEMU_InitOptFlowStitchHandle(void* h, const char* configPath,
-                                              const char* tableDir, int width, int height,
-                                              int outWidth, int outHeight);
+VELMORA_API void ZEMU_InitOptFlowStitchHandle(void* h, const char* configPath, const char* tableDir,
+                                              int width, int height, int outWidth, int outHeight);
 
 /* Stitches the six single-exposure shots of one camera into a framed panorama at outputPath. */
 VELMORA_API void ZEMU_ExecuteOptFlowStitchHandle(void* h, const char* configPath,
@@ -78,8 +77,8 @@ VELMORA_API void ZEMU_ExecuteOptFlowStitchHDRHandle(void* h, const char** shots,
 /* Re-stitches a bracketed shot set and repairs host-given rectangles from single shots. */
 VELMORA_API void ZEMU_ExecutePanoRepairHandle(void* h, const char** shots, const char* outputPath,
                                               const int* lefts, const int* tops, const int* widths,
-                                              const int* heights, int count, float red,
-                                              float green, float blue);
+                                              const int* heights, int count, float red, float green,
+                                              float blue);
 
 /* Runs the colour step for a panorama that an HDR stitch on this handle left pending. */
 VELMORA_API void ZEMU_ExecuteISPHandle(void* h, const char* name);

@@ -13,9 +13,8 @@ VELMORA_API void* ZEMU_CreateOptFlowStitchHandle(void) {
   return new (std::nothrow) StitchHandle();
 }
 
-VELMORA_API void ZEMU_InitOptFlowStitchHandle(void* h, const char* configPath,
-                                              const char* tableDir, int width, int height,
-                                              int outWidth, int outHeight) {
+VELMORA_API void ZEMU_InitOptFlowStitchHandle(void* h, const char* configPath, const char* tableDir,
+                                              int width, int height, int outWidth, int outHeight) {
   velmora::withStitchHandle(h, __func__, [&](StitchHandle& handle) {
     velmora::CameraInitRequest request;
     request.configPath = velmora::requireText(configPath, "configuration path");
@@ -33,6 +32,8 @@ VELMORA_API unsigned int ZEMU_GetOptFlowStitchCode(void* h) {
   return static_cast<unsigned int>(static_cast<StitchHandle*>(h)->code);
 }
 
-VELMORA_API void ZEMU_DestroyOptFlowStitchHandle(void* h) { delete static_cast<StitchHandle*>(h); }
+VELMORA_API void ZEMU_DestroyOptFlowStitchHandle(void* h) {
+  delete static_cast<StitchHandle*>(h);
+}
 
 }  // extern "C"

@@ -13,8 +13,7 @@ VELMORA_API void* ZEMU_CreateVideoStitchHandle(void) {
 }
 
 VELMORA_API void ZEMU_InitVideoStitchHandle(void* h, const char* modelConfigPath,
-                                            const char* tableDir, int a4, int a5, int a6,
-                                            int a7) {
+                                            const char* tableDir, int a4, int a5, int a6, int a7) {
   velmora::withVideoHandle(h, __func__, [&](VideoStitchHandle& handle) {
     handle.modelConfigPath = velmora::requireText(modelConfigPath, "model configuration path");
     handle.tableDir = velmora::requireText(tableDir, "table directory");

@@ -44,8 +44,8 @@ cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeome
         const float w01 = (1 - fx) * fy;
         const float w11 = fx * fy;
         for (int c = 0; c < 3; ++c) {
-          cell[c] = static_cast<uchar>(w00 * p00[c] + w10 * p00[3 + c] + w01 * p01[c] +
-                                       w11 * p01[3 + c]);
+          cell[c] =
+              static_cast<uchar>(w00 * p00[c] + w10 * p00[3 + c] + w01 * p01[c] + w11 * p01[3 + c]);
         }
       } else {
         cell[0] = p00[0];

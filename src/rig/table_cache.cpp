@@ -47,8 +47,8 @@ void writeTable(const CameraModel& model, const std::string& path) {
   const cv::Mat& table = model.table();
   // Unique per process and call, so two writers of one cache never share a temporary file.
   static std::atomic<unsigned> writes{0};
-  const std::string temporary = path + ".part" + std::to_string(velmora_getpid()) + "." +
-                                std::to_string(writes.fetch_add(1));
+  const std::string temporary =
+      path + ".part" + std::to_string(velmora_getpid()) + "." + std::to_string(writes.fetch_add(1));
   bool written = false;
   {
     File file(std::fopen(temporary.c_str(), "wb"));

@@ -1,0 +1,66 @@
+// Projection table build and shot projection at the grid sizes users stitch to.
+//   ./table_bench --benchmark_filter=Table
+#include <benchmark/benchmark.h>
+
+#include <opencv2/core.hpp>
+
+#include "rig/camera_model.h"
+#include "rig/projection.h"
+
+namespace {
+
+// The Up camera of a 5472 x 3648 shooter, turned a quarter: 3648 columns by 5472 rows.
+velmora::CameraModel upCamera(int outWidth, int outHeight) {
+  velmora::CameraModel model(velmora::CameraGeometry{3648, 5472, static_cast<uint32_t>(outWidth),
+                                                     static_cast<uint32_t>(outHeight),
+                                                     velmora::kUpLens});
+  model.calibration().cameraMatrix =
+      (cv::Mat_<double>(3, 3) << 1750.0, 0, 1824.0, 0, 1750.0, 2736.0, 0, 0, 0);
+  model.calibration().rotX = 0.35f;
+  return model;
+}
+
+void BM_TableBuild(benchmark::State& state) {
+  const int width = static_cast<int>(state.range(0));
+  velmora::CameraModel model = upCamera(width, width / 2);
+  const auto threads = static_cast<unsigned>(state.range(1));
+  for (auto _ : state) {
+    model.computeTable(threads);
+    benchmark::DoNotOptimize(model.table().data);
+  }
+  state.counters["cells"] = static_cast<double>(width) * (width / 2);
+}
+BENCHMARK(BM_TableBuild)
+    ->ArgNames({"width", "threads"})
+    ->Args({4096, 1})
+    ->Args({4096, 2})
+    ->Args({8192, 1})
+    ->Args({8192, 2})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(2);
+
+void BM_ProjectSixShots(benchmark::State& state) {
+  const int width = static_cast<int>(state.range(0));
+  velmora::CameraModel model = upCamera(width, width / 2);
+  model.computeTable();
+  std::vector<cv::Mat> shots(6);
+  for (auto& shot : shots) {
+    shot.create(5472, 3648, CV_8UC3);
+    cv::randu(shot, 0, 255);
+  }
+  for (auto _ : state) {
+    auto projected = velmora::projectShots(shots, model.table(), model.geometry());
+    benchmark::DoNotOptimize(projected.data());
+  }
+}
+BENCHMARK(BM_ProjectSixShots)
+    ->ArgNames({"width"})
+    ->Arg(8192)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(2);
+
+}  // namespace
+
+BENCHMARK_MAIN();
