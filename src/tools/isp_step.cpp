@@ -1,0 +1,72 @@
+#include "tools/isp_step.h"
+
+#include <opencv2/imgcodecs.hpp>
+#include <vector>
+
+#include "api/console.h"
+#include "api/status.h"
+#include "tools/black_bands.h"
+#include "tools/image_reading.h"
+#include "tools/isp_script.h"
+#include "tools/saturation.h"
+
+namespace velmora {
+
+namespace {
+
+constexpr int kFinalJpegQuality = 85;
+
+// Chooses the profile from the intermediate image's saturation and prints the measure.
+void chooseProfileFor(const std::string& intermediatePath) {
+  const cv::Mat intermediate = readColourImageIfPresent(intermediatePath);
+  if (intermediate.empty()) {
+    throw Failure("ISP: intermediate image " + intermediatePath + " cannot be read.");
+  }
+  const float saturation = measureSaturation(intermediate.clone());
+  console::out("satu = ", saturation);
+  installIspProfile(saturation);
+}
+
+// Reads what the script left at finalPath, frames it with the black bands and writes it back.
+void frameScriptResult(const StitchHandle& handle, const std::string& finalPath) {
+  const cv::Mat result = readColourImageIfPresent(finalPath);
+  if (result.empty()) {
+    throw Failure("ISP: the script left no readable image at " + finalPath + ".");
+  }
+  const int panoramaWidth = static_cast<int>(handle.upOutWidth);
+  if (result.cols != panoramaWidth) {
+    throw Failure("ISP: the script's result " + finalPath + " is " + std::to_string(result.cols) +
+                  " columns wide, the panorama " + std::to_string(panoramaWidth) + ".");
+  }
+  const cv::Mat framed = addBlackBands(result, blackBandRows(handle.upOutHeight), panoramaWidth);
+  const std::vector<int> parameters = {cv::IMWRITE_JPEG_QUALITY, kFinalJpegQuality};
+  if (!cv::imwrite(finalPath, framed, parameters)) {
+    throw Failure("ISP: cannot write " + finalPath + ".");
+  }
+}
+
+}  // namespace
+
+void executeIsp(StitchHandle& handle, const std::string& name) {
+  console::out("ISP process start.");
+  const auto pending = handle.pendingIsp.find(name);
+  if (pending == handle.pendingIsp.end()) {
+    console::out(name, " not found.");
+  } else {
+    const std::string& finalPath = pending->first;
+    const std::string& intermediatePath = pending->second;
+    chooseProfileFor(intermediatePath);
+
+    console::Stopwatch stopwatch;
+    console::out(console::kIspSection);
+    runIspScript(finalPath, intermediatePath);
+    console::printDuration("ISP spend time : ", stopwatch);
+
+    frameScriptResult(handle, finalPath);
+  }
+  console::out("ISP process finished.");
+  console::out(console::kSeparator);
+  handle.code = kStatusOk;
+}
+
+}  // namespace velmora
