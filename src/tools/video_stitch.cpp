@@ -1,0 +1,88 @@
+#include "tools/video_stitch.h"
+
+#include <mutex>
+#include <opencv2/core.hpp>
+
+#include "api/console.h"
+#include "api/status.h"
+#include "rig/camera_model.h"
+#include "rig/projection.h"
+#include "rig/table_cache.h"
+#include "tools/frame_grab.h"
+#include "tools/image_reading.h"
+#include "tools/process_runner.h"
+#include "tools/video_composition.h"
+#include "tools/video_frame_placement.h"
+#include "tools/video_stitcher_command.h"
+
+namespace velmora {
+
+namespace {
+
+constexpr float kOutA = 1.0f;
+constexpr float kOutB = 3.0f;
+constexpr char kStitcherBanner[] = "===================zemu-ffmpeg===================";
+
+// Serialises the runs of the external video stitcher across all handles and threads.
+std::mutex& videoToolMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+void requireOutputs(const VideoStitchRequest& request) {
+  if (request.outA == nullptr) throw Failure("Missing outA: null pointer.");
+  if (request.outB == nullptr) throw Failure("Missing outB: null pointer.");
+}
+
+// The upper camera's view of the canvas on the panorama's grid.
+cv::Mat projectCanvas(const VideoStitchHandle& handle, const cv::Mat& canvas) {
+  const CameraGeometry geometry{static_cast<uint32_t>(handle.firstParameter),
+                                static_cast<uint32_t>(handle.secondParameter),
+                                static_cast<uint32_t>(handle.panoramaWidth),
+                                static_cast<uint32_t>(handle.panoramaHeight), kUpLens};
+  CameraModel model(geometry);
+  model.readConfiguration(handle.modelConfigPath);
+  ensureTable(model, handle.tableDir + "/table_Up.bin");
+  cv::Mat turned;
+  cv::rotate(canvas, turned, cv::ROTATE_90_COUNTERCLOCKWISE);
+  return projectShot(turned, model.table(), geometry);
+}
+
+void runVideoStitcher(const VideoStitchRequest& request) {
+  const std::string command =
+      videoStitcherCommand(request.videoPath, splitOutputPath(request.outputPath));
+  std::lock_guard<std::mutex> lock(videoToolMutex());
+  runCommand(command);
+}
+
+}  // namespace
+
+void executeVideoStitch(VideoStitchHandle& handle, const VideoStitchRequest& request) {
+  console::out("execute video stitch start.");
+  requireOutputs(request);
+  // The paths themselves are not checked up front: a missing or unreadable video shows as a
+  // frame that was not produced.
+  const cv::Mat frame = grabVideoFrame(request.videoPath);
+  if (frame.empty()) {
+    handle.code = kStatusFailure;
+    return;
+  }
+  const cv::Mat canvas = placeFrameOnCanvas(frame);
+
+  const cv::Mat panorama =
+      request.panoramaPath.empty() ? cv::Mat() : readColourImageIfPresent(request.panoramaPath);
+  handle.panoramaWidth = panorama.cols;
+  handle.panoramaHeight = panorama.rows;
+  // Without a panorama the composition field is empty: there is nothing to project for.
+  if (!panorama.empty()) composeProjectedFrame(panorama, projectCanvas(handle, canvas));
+
+  *request.outA = kOutA;
+  *request.outB = kOutB;
+
+  console::out(kStitcherBanner);
+  runVideoStitcher(request);
+  console::out("execute video stitch done");
+  console::out(console::kSeparator);
+}
+
+}  // namespace velmora
