@@ -80,7 +80,17 @@ VELMORA_API void ZEMU_ExecutePanoRepairHandle(void* h, const char** shots, const
                                               const int* heights, int count, float red, float green,
                                               float blue);
 
-/* Runs the colour step for a panorama that an HDR stitch on this handle left pending. */
+/*
+ * Runs the colour step for the panorama that an HDR stitch on this handle left pending under the
+ * output path `name` (compared whole and case-sensitively). Works in the current directory: it
+ * copies ./asset/satuHigh.pp3 (saturation measure above 0.5) or ./asset/satuLow.pp3 to
+ * ./asset/isp_minion.pp3, runs "isp.bat isp_minion.pp3 <name> <intermediate>", deletes the
+ * intermediate image and rewrites the script's result at `name` with black bands of
+ * int(0.12 x panorama height) rows above and below, as JPEG quality 85. A name that is not
+ * pending prints "<name> not found." and still sets 0. Sets -1 when the intermediate image cannot
+ * be read or the script left no image of the panorama's width at `name`. (A Linux isp.bat over
+ * rawtherapee-cli ships in share/isp/; see the README.)
+ */
 VELMORA_API void ZEMU_ExecuteISPHandle(void* h, const char* name);
 
 /* The status code of the handle's last operation (see above). */
@@ -102,7 +112,17 @@ VELMORA_API void* ZEMU_CreateVideoStitchHandle(void);
 VELMORA_API void ZEMU_InitVideoStitchHandle(void* h, const char* modelConfigPath,
                                             const char* tableDir, int a4, int a5, int a6, int a7);
 
-/* Grabs a frame of the rig video, projects it and starts the external video stitcher. */
+/*
+ * Grabs the frame one second into the rig video with ffmpeg (written next to the video as
+ * videoPath + ".jpg" and deleted again), projects its scene region with the upper camera's model
+ * onto the grid of the panorama at panoramaPath (null or empty: no panorama; its size, or 0 x 0,
+ * becomes the handle's panorama size), stores 1.0 in *outA and 3.0 in *outB, and runs the
+ * external stitcher "zemu-ffmpeg-velmora" on the video, named after outputPath's stem and folder.
+ * Runs of the external stitcher never overlap within the process. The status code is left
+ * untouched on success; -1 when no frame could be grabbed, the frame is smaller than
+ * 3814 x 2846, the stored shot size does not fit the frame canvas, or a path or out pointer is
+ * null. reserved1 and reserved2 are not used.
+ */
 VELMORA_API void ZEMU_ExecuteVideoStitchHandle(void* h, const char* panoramaPath,
                                                const char* videoPath, const char* outputPath,
                                                void* reserved1, void* reserved2, float* outA,
