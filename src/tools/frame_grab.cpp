@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "tools/image_reading.h"
+#include "common/image_io.h"
 #include "tools/process_runner.h"
 
 namespace velmora {
@@ -20,7 +20,7 @@ std::string grabbedFramePath(const std::string& videoPath) {
 cv::Mat grabVideoFrame(const std::string& videoPath) {
   runCommand(frameGrabCommand(videoPath));
   const std::string framePath = grabbedFramePath(videoPath);
-  cv::Mat frame = readColourImageIfPresent(framePath);
+  cv::Mat frame = readColorImage(framePath);
   if (!frame.empty()) std::remove(toNativeSeparators(framePath).c_str());
   return frame;
 }

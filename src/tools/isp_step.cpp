@@ -1,12 +1,11 @@
 #include "tools/isp_step.h"
 
 #include <opencv2/imgcodecs.hpp>
-#include <vector>
 
 #include "api/console.h"
 #include "api/status.h"
+#include "common/image_io.h"
 #include "tools/black_bands.h"
-#include "tools/image_reading.h"
 #include "tools/isp_script.h"
 #include "tools/saturation.h"
 
@@ -18,7 +17,7 @@ constexpr int kFinalJpegQuality = 85;
 
 // Chooses the profile from the intermediate image's saturation and prints the measure.
 void chooseProfileFor(const std::string& intermediatePath) {
-  const cv::Mat intermediate = readColourImageIfPresent(intermediatePath);
+  const cv::Mat intermediate = readColorImage(intermediatePath);
   if (intermediate.empty()) {
     throw Failure("ISP: intermediate image " + intermediatePath + " cannot be read.");
   }
@@ -29,7 +28,7 @@ void chooseProfileFor(const std::string& intermediatePath) {
 
 // Reads what the script left at finalPath, frames it with the black bands and writes it back.
 void frameScriptResult(const StitchHandle& handle, const std::string& finalPath) {
-  const cv::Mat result = readColourImageIfPresent(finalPath);
+  const cv::Mat result = readColorImage(finalPath);
   if (result.empty()) {
     throw Failure("ISP: the script left no readable image at " + finalPath + ".");
   }
@@ -39,10 +38,7 @@ void frameScriptResult(const StitchHandle& handle, const std::string& finalPath)
                   " columns wide, the panorama " + std::to_string(panoramaWidth) + ".");
   }
   const cv::Mat framed = addBlackBands(result, blackBandRows(handle.upOutHeight), panoramaWidth);
-  const std::vector<int> parameters = {cv::IMWRITE_JPEG_QUALITY, kFinalJpegQuality};
-  if (!cv::imwrite(finalPath, framed, parameters)) {
-    throw Failure("ISP: cannot write " + finalPath + ".");
-  }
+  writeImage(finalPath, framed, {cv::IMWRITE_JPEG_QUALITY, kFinalJpegQuality});
 }
 
 }  // namespace

@@ -5,11 +5,11 @@
 
 #include "api/console.h"
 #include "api/status.h"
+#include "common/image_io.h"
 #include "rig/camera_model.h"
 #include "rig/projection.h"
 #include "rig/table_cache.h"
 #include "tools/frame_grab.h"
-#include "tools/image_reading.h"
 #include "tools/process_runner.h"
 #include "tools/video_composition.h"
 #include "tools/video_frame_placement.h"
@@ -70,7 +70,7 @@ void executeVideoStitch(VideoStitchHandle& handle, const VideoStitchRequest& req
   const cv::Mat canvas = placeFrameOnCanvas(frame);
 
   const cv::Mat panorama =
-      request.panoramaPath.empty() ? cv::Mat() : readColourImageIfPresent(request.panoramaPath);
+      request.panoramaPath.empty() ? cv::Mat() : readColorImage(request.panoramaPath);
   handle.panoramaWidth = panorama.cols;
   handle.panoramaHeight = panorama.rows;
   // Without a panorama the composition field is empty: there is nothing to project for.
