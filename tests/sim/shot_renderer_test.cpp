@@ -1,0 +1,134 @@
+// Shot rendering options: parallax geometry, exposure brackets and noise.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "sim/builtin_scene.h"
+#include "sim/rig_camera.h"
+#include "sim/shot_exposure.h"
+#include "sim/shot_renderer.h"
+
+namespace velmora::sim {
+namespace {
+
+constexpr ShotSize kShot{400, 300};
+
+SimulatedCamera downCamera() {
+  return SimulatedCamera(defaultCalibration(RigCamera::Down, kShot),
+                         rigGeometry(RigCamera::Down, kShot, 512, 256));
+}
+
+double maxDifference(const cv::Mat& a, const cv::Mat& b) {
+  return cv::norm(a, b, cv::NORM_INF);
+}
+
+TEST(ShotRenderer, ParallaxWithoutOffsetOrSphereIsTheInfinitelyFarScene) {
+  const cv::Mat scene = makeBuiltinScene(512, 256);
+  const EquirectScene equirect(scene);
+  const SimulatedCamera camera = downCamera();
+  const cv::Mat far = renderShotLight(equirect, camera, 2);
+  EXPECT_EQ(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.0, 3.0})), 0.0);
+  EXPECT_EQ(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 0.0})), 0.0);
+  // A sphere far beyond the offset approaches the infinitely far scene...
+  EXPECT_LT(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 1e7})), 0.5);
+  // ...and a near one shifts the content.
+  EXPECT_GT(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 1.0})), 50.0);
+}
+
+TEST(ShotRenderer, ParallaxRaysEndOnTheSceneSphere) {
+  const Parallax parallax{0.2, 2.0};
+  for (int position = 0; position < 6; ++position) {
+    const double heading = headAngle(position);
+    const cv::Vec3d nodal(0.2 * std::sin(heading), 0.0, 0.2 * std::cos(heading));
+    // Straight along the heading the nodal offset changes nothing.
+    const cv::Vec3d ahead = scenePointDirection(directionOf(heading, 0.0), position, parallax);
+    EXPECT_NEAR(longitudeOf(ahead), std::remainder(heading, kFullTurn), 1e-12);
+    for (double longitude : {-1.0, 0.3, 2.5}) {
+      const cv::Vec3d ray = directionOf(heading + longitude, 0.4);
+      const cv::Vec3d point = scenePointDirection(ray, position, parallax);
+      EXPECT_NEAR(std::sqrt(point.dot(point)), 2.0, 1e-12);
+      const cv::Vec3d along = point - nodal;
+      EXPECT_NEAR(along.dot(ray) / std::sqrt(along.dot(along)), 1.0, 1e-12);
+      // Seen from the axis, behind the nodal point, a point to the side appears closer to the
+      // heading than along the ray.
+      EXPECT_LT(std::abs(std::remainder(longitudeOf(point) - heading, kFullTurn)),
+                std::abs(longitude));
+    }
+  }
+}
+
+TEST(ShotRenderer, RejectsBadPositionsAndParallax) {
+  const cv::Mat scene = makeBuiltinScene(64, 32);
+  const EquirectScene equirect(scene);
+  const SimulatedCamera camera = downCamera();
+  EXPECT_THROW(renderShotLight(equirect, camera, 6), std::runtime_error);
+  EXPECT_THROW(renderShotLight(equirect, camera, -1), std::runtime_error);
+  EXPECT_THROW(renderShotLight(equirect, camera, 0, Parallax{2.0, 1.0}), std::runtime_error);
+  EXPECT_THROW(renderShotLight(equirect, camera, 0, Parallax{-0.1, 1.0}), std::runtime_error);
+}
+
+TEST(ShotRenderer, UpShotsAreStoredTurnedBack) {
+  const cv::Mat scene = makeBuiltinScene(256, 128);
+  const EquirectScene equirect(scene);
+  const SimulatedCamera up(defaultCalibration(RigCamera::Up, kShot),
+                           rigGeometry(RigCamera::Up, kShot, 256, 128));
+  const cv::Mat light = renderShotLight(equirect, up, 0);
+  EXPECT_EQ(light.cols, kShot.width);
+  EXPECT_EQ(light.rows, kShot.height);
+  // The Up camera looks up: after the library's counter-clockwise turn the sky is in the upper
+  // half of the model's frame and the ground in the lower half.
+  cv::Mat modelFrame;
+  cv::rotate(light, modelFrame, cv::ROTATE_90_COUNTERCLOCKWISE);
+  const int rows = modelFrame.rows;
+  const cv::Range middle(modelFrame.cols / 3, 2 * modelFrame.cols / 3);
+  const cv::Scalar top = cv::mean(modelFrame(cv::Range(rows / 5, rows * 3 / 10), middle));
+  const cv::Scalar bottom = cv::mean(modelFrame(cv::Range(rows * 7 / 10, rows * 4 / 5), middle));
+  EXPECT_GT(top[0] - top[2], 30.0);        // blue sky
+  EXPECT_LT(bottom[0] - bottom[2], 10.0);  // ground
+}
+
+TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposure) {
+  const cv::Mat light = renderShotLight(EquirectScene(makeBuiltinScene(512, 256)), downCamera(), 1);
+  const cv::Mat dark = developShot(light, Exposure{0.5f, 0.0f, 0});
+  const cv::Mat normal = developShot(light, Exposure{1.0f, 0.0f, 0});
+  const cv::Mat bright = developShot(light, Exposure{2.0f, 0.0f, 0});
+  int saturated = 0;
+  for (int y = 0; y < light.rows; ++y) {
+    const uchar* d = dark.ptr<uchar>(y);
+    const uchar* n = normal.ptr<uchar>(y);
+    const uchar* b = bright.ptr<uchar>(y);
+    for (int k = 0; k < light.cols * 3; ++k) {
+      // Twice the light, up to the rounding of both values.
+      ASSERT_LE(std::abs(n[k] - 2 * d[k]), 1) << "row " << y << " value " << k;
+      if (2 * n[k] >= 256) {
+        ASSERT_EQ(b[k], 255);
+        ++saturated;
+      } else {
+        ASSERT_LE(std::abs(b[k] - 2 * n[k]), 1) << "row " << y << " value " << k;
+      }
+    }
+  }
+  EXPECT_GT(saturated, 1000);  // the bright sky clips
+}
+
+TEST(ShotExposure, NoiseHasTheRequestedLevelAndFollowsTheSeed) {
+  const cv::Mat light(200, 200, CV_32FC3, cv::Scalar::all(100.0));
+  const cv::Mat noisy = developShot(light, Exposure{1.0f, 4.0f, 7});
+  cv::Scalar mean;
+  cv::Scalar deviation;
+  cv::meanStdDev(noisy.reshape(1), mean, deviation);
+  EXPECT_NEAR(mean[0], 100.0, 0.1);
+  EXPECT_NEAR(deviation[0], 4.0, 0.1);
+  EXPECT_EQ(maxDifference(noisy, developShot(light, Exposure{1.0f, 4.0f, 7})), 0.0);
+  EXPECT_GT(maxDifference(noisy, developShot(light, Exposure{1.0f, 4.0f, 8})), 5.0);
+}
+
+TEST(ShotExposure, RejectsBadSettings) {
+  const cv::Mat light(4, 4, CV_32FC3, cv::Scalar::all(10.0));
+  EXPECT_THROW(developShot(light, Exposure{0.0f, 0.0f, 0}), std::runtime_error);
+  EXPECT_THROW(developShot(light, Exposure{1.0f, -1.0f, 0}), std::runtime_error);
+  EXPECT_THROW(developShot(cv::Mat(4, 4, CV_8UC3), Exposure()), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace velmora::sim
