@@ -94,6 +94,14 @@ std::string calibrationText(const CameraCalibration& calibration) {
   return text.str();
 }
 
+CameraCalibration readCalibration(const std::string& path) {
+  CameraCalibration calibration;
+  if (!readCameraConfiguration(path, calibration)) {
+    throw Failure("Cannot read the camera configuration " + path + ".");
+  }
+  return calibration;
+}
+
 void writeCalibration(const CameraCalibration& calibration, const std::string& path) {
   const std::string text = calibrationText(calibration);
   std::ofstream file(path, std::ios::binary | std::ios::trunc);

@@ -44,6 +44,10 @@ std::string calibrationText(const CameraCalibration& calibration);
 // Writes calibrationText to path. Throws Failure when the file cannot be written completely.
 void writeCalibration(const CameraCalibration& calibration, const std::string& path);
 
+// Reads a camera configuration text as the library reads it. Throws Failure when the file cannot
+// be opened.
+CameraCalibration readCalibration(const std::string& path);
+
 // Builds a calibration from its first five values (the extras stay 0).
 CameraCalibration makeCalibration(double focal, double centerX, double centerY, float rotX,
                                   float rotZ);

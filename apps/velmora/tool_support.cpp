@@ -1,0 +1,82 @@
+#include "velmora/tool_support.h"
+
+#include <sstream>
+#include <stdexcept>
+
+#include "velmora.h"
+
+namespace velmora::tool {
+
+PixelSize parsePixelSize(const std::string& text) {
+  std::istringstream in(text);
+  PixelSize size;
+  char separator = 0;
+  if (!(in >> size.width >> separator >> size.height) || (separator != 'x' && separator != 'X') ||
+      !in.eof() || size.width <= 0 || size.height <= 0) {
+    throw CLI::ValidationError("'" + text + "' is not a size WIDTHxHEIGHT such as 5472x3648");
+  }
+  return size;
+}
+
+CLI::Option* addSizeOption(CLI::App& command, const std::string& name, PixelSize& size,
+                           const std::string& description) {
+  const std::string shown =
+      size.width > 0 ? std::to_string(size.width) + "x" + std::to_string(size.height) : "";
+  return command
+      .add_option_function<std::string>(
+          name,
+          [&size, name](const std::string& text) {
+            try {
+              size = parsePixelSize(text);
+            } catch (const CLI::ValidationError& error) {
+              throw CLI::ValidationError(name, error.what());
+            }
+          },
+          description)
+      ->type_name("WxH")
+      ->default_str(shown);
+}
+
+std::vector<float> parsePositiveList(const std::string& text, size_t expectedCount) {
+  std::vector<float> values;
+  std::istringstream in(text);
+  std::string item;
+  while (std::getline(in, item, ',')) {
+    size_t used = 0;
+    float value = 0.0f;
+    try {
+      value = std::stof(item, &used);
+    } catch (const std::exception&) {
+      used = 0;
+    }
+    if (used == 0 || used != item.size() || !(value > 0.0f)) {
+      throw CLI::ValidationError("'" + text + "' is not a list of positive numbers");
+    }
+    values.push_back(value);
+  }
+  if (values.empty() || (expectedCount != 0 && values.size() != expectedCount)) {
+    throw CLI::ValidationError("'" + text + "' must hold " +
+                               (expectedCount ? std::to_string(expectedCount) : "at least one") +
+                               " comma-separated number(s)");
+  }
+  return values;
+}
+
+StitchSession::StitchSession() : handle_(ZEMU_CreateOptFlowStitchHandle()) {
+  if (handle_ == nullptr) throw std::runtime_error("Cannot create a stitch handle.");
+}
+
+StitchSession::~StitchSession() { ZEMU_DestroyOptFlowStitchHandle(handle_); }
+
+int StitchSession::code() const {
+  return static_cast<int>(ZEMU_GetOptFlowStitchCode(handle_));
+}
+
+int StitchSession::init(const std::string& configPath, const std::string& tableDir,
+                        PixelSize shot, PixelSize grid) {
+  ZEMU_InitOptFlowStitchHandle(handle_, configPath.c_str(), tableDir.c_str(), shot.width,
+                               shot.height, grid.width, grid.height);
+  return code();
+}
+
+}  // namespace velmora::tool
