@@ -55,7 +55,7 @@ class WrittenFiles {
     if (committed_) return;
     for (const std::string& path : paths_) {
       std::error_code ignored;
-      fs::remove(path, ignored);
+      if (fs::is_regular_file(path, ignored)) fs::remove(path, ignored);
     }
   }
 
