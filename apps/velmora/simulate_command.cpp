@@ -63,6 +63,7 @@ class SimulateCommand : public Command {
     if (!configPath_.empty() && camera_ == "both") {
       throw std::invalid_argument("--config needs --camera up or --camera down.");
     }
+    exposureList_ = parsePositiveList(exposures_);
     const cv::Mat scene = loadScene();
     for (sim::RigCamera camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
       if (camera_ == (camera == sim::RigCamera::Up ? "down" : "up")) continue;
@@ -90,7 +91,7 @@ class SimulateCommand : public Command {
     request.gridHeight = grid_.height;
     if (!configPath_.empty()) request.calibration = sim::readCalibration(configPath_);
     request.parallax = parallax_;
-    request.exposures = parsePositiveList(exposures_);
+    request.exposures = exposureList_;
     request.noiseSigma = noise_;
     request.seed = seed_;
     request.outputDir = outputDir_;
@@ -120,6 +121,7 @@ class SimulateCommand : public Command {
   PixelSize grid_{8192, 4096};
   sim::Parallax parallax_;
   std::string exposures_ = "1";
+  std::vector<float> exposureList_;
   float noise_ = 0.0f;
   uint64_t seed_ = 1;
   std::string format_ = "jpg";
