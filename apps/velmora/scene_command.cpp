@@ -33,8 +33,8 @@ class SceneCommand : public Command {
       written = false;
     }
     if (!written) throw std::runtime_error("Cannot write " + outputPath_ + ".");
-    std::cout << "Scene of " << size_.width << "x" << size_.height << " written to "
-              << outputPath_ << std::endl;
+    std::cout << "Scene of " << size_.width << "x" << size_.height << " written to " << outputPath_
+              << std::endl;
     return 0;
   }
 

@@ -24,30 +24,35 @@ class SimulateCommand : public Command {
   void configure(CLI::App& command) override {
     command.add_option("-o,--out", outputDir_, "Folder for the shots, configurations and truth")
         ->required();
-    command.add_option("--scene", scenePath_,
-                       "Equirectangular scene image (default: the built-in scene)")
+    command
+        .add_option("--scene", scenePath_,
+                    "Equirectangular scene image (default: the built-in scene)")
         ->check(CLI::ExistingFile);
     addSizeOption(command, "--scene-size", sceneSize_,
                   "Size of the built-in scene (default: the grid size)");
     command.add_option("--camera", camera_, "Which camera to simulate")
         ->check(CLI::IsMember({"up", "down", "both"}))
         ->capture_default_str();
-    command.add_option("--config", configPath_,
-                       "Camera configuration to render with (one camera only; default: the "
-                       "simulator's calibration for the shot size)")
+    command
+        .add_option("--config", configPath_,
+                    "Camera configuration to render with (one camera only; default: the "
+                    "simulator's calibration for the shot size)")
         ->check(CLI::ExistingFile);
     addSizeOption(command, "--shot-size", shotSize_, "Shot size as passed to Init");
     addSizeOption(command, "--grid", grid_, "Panorama grid as passed to Init");
-    command.add_option("--nodal-offset", parallax_.nodalOffset,
-                       "Distance of the nodal point from the rotation axis (parallax)")
+    command
+        .add_option("--nodal-offset", parallax_.nodalOffset,
+                    "Distance of the nodal point from the rotation axis (parallax)")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    command.add_option("--scene-radius", parallax_.sceneRadius,
-                       "Radius of the scene sphere in the same unit; 0: infinitely far")
+    command
+        .add_option("--scene-radius", parallax_.sceneRadius,
+                    "Radius of the scene sphere in the same unit; 0: infinitely far")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    command.add_option("--exposures", exposures_,
-                       "Exposure factor, or several comma-separated for a bracket (e.g. 0.5,1,2)")
+    command
+        .add_option("--exposures", exposures_,
+                    "Exposure factor, or several comma-separated for a bracket (e.g. 0.5,1,2)")
         ->capture_default_str();
     command.add_option("--noise", noise_, "Gaussian noise, standard deviation in 8-bit levels")
         ->check(CLI::NonNegativeNumber)
@@ -103,8 +108,8 @@ class SimulateCommand : public Command {
   void report(sim::RigCamera camera, const sim::SimulatedFiles& files) const {
     const size_t brackets = files.shots[0].size();
     std::cout << sim::cameraName(camera) << " camera: " << 6 * brackets << " shots of "
-              << shotSize_.width << "x" << shotSize_.height << " (" << files.shots[0][0]
-              << " ... " << files.shots[5].back() << ")" << std::endl;
+              << shotSize_.width << "x" << shotSize_.height << " (" << files.shots[0][0] << " ... "
+              << files.shots[5].back() << ")" << std::endl;
     std::cout << "  configuration " << files.configPath << std::endl;
     if (!files.truthPath.empty()) {
       std::cout << "  ground truth  " << files.truthPath << " (" << grid_.width << "x"

@@ -66,14 +66,16 @@ StitchSession::StitchSession() : handle_(ZEMU_CreateOptFlowStitchHandle()) {
   if (handle_ == nullptr) throw std::runtime_error("Cannot create a stitch handle.");
 }
 
-StitchSession::~StitchSession() { ZEMU_DestroyOptFlowStitchHandle(handle_); }
+StitchSession::~StitchSession() {
+  ZEMU_DestroyOptFlowStitchHandle(handle_);
+}
 
 int StitchSession::code() const {
   return static_cast<int>(ZEMU_GetOptFlowStitchCode(handle_));
 }
 
-int StitchSession::init(const std::string& configPath, const std::string& tableDir,
-                        PixelSize shot, PixelSize grid) {
+int StitchSession::init(const std::string& configPath, const std::string& tableDir, PixelSize shot,
+                        PixelSize grid) {
   ZEMU_InitOptFlowStitchHandle(handle_, configPath.c_str(), tableDir.c_str(), shot.width,
                                shot.height, grid.width, grid.height);
   return code();

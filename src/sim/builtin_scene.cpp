@@ -73,8 +73,8 @@ void paintClouds(cv::Mat& scene, const SceneScale& s, cv::RNG& rng) {
     const cv::Size axes(std::max(1, static_cast<int>(s.x(rng.uniform(8.0, 22.0)))),
                         std::max(1, static_cast<int>(s.height() * rng.uniform(0.01, 0.03))));
     drawWrapped(s, [&](int offset) {
-      cv::ellipse(clouds, at(s, longitude, latitude) + cv::Point(offset, 0), axes, 0.0, 0.0,
-                  360.0, cv::Scalar(255), cv::FILLED, cv::LINE_AA);
+      cv::ellipse(clouds, at(s, longitude, latitude) + cv::Point(offset, 0), axes, 0.0, 0.0, 360.0,
+                  cv::Scalar(255), cv::FILLED, cv::LINE_AA);
     });
   }
   const int blur = std::max(1, s.width() / 300) * 2 + 1;
@@ -128,8 +128,7 @@ void paintBuilding(cv::Mat& scene, const SceneScale& s, cv::RNG& rng, double lef
          floor += floorHeight) {
       for (double x = left + windowWidth; x + windowWidth <= left + width; x += 2 * windowWidth) {
         cv::rectangle(scene, at(s, x, floor + 0.6 * floorHeight) + shift,
-                      at(s, x + windowWidth, floor + 0.1 * floorHeight) + shift, glass,
-                      cv::FILLED);
+                      at(s, x + windowWidth, floor + 0.1 * floorHeight) + shift, glass, cv::FILLED);
       }
     }
     cv::rectangle(scene, topLeft, bottomRight, kOutline, s.thickness());

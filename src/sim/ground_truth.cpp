@@ -12,8 +12,8 @@ namespace {
 
 void requireGrid(int width, int height) {
   if (width <= 0 || height <= 0) {
-    throw Failure("Invalid panorama grid " + std::to_string(width) + "x" +
-                  std::to_string(height) + ".");
+    throw Failure("Invalid panorama grid " + std::to_string(width) + "x" + std::to_string(height) +
+                  ".");
   }
 }
 

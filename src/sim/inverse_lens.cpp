@@ -17,7 +17,9 @@ double correctedAngle(double theta, uint32_t selector) {
 
 }  // namespace
 
-double maxCorrectedAngle(uint32_t selector) { return correctedAngle(kMaxViewAngle, selector); }
+double maxCorrectedAngle(uint32_t selector) {
+  return correctedAngle(kMaxViewAngle, selector);
+}
 
 double inverseLensAngle(double corrected, uint32_t selector) {
   if (corrected > maxCorrectedAngle(selector)) return -1.0;

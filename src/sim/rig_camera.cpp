@@ -33,7 +33,9 @@ constexpr ReferenceCalibration kDownReference{2650.0, 6.0, -5.0, 0.26f, -0.009f}
 
 }  // namespace
 
-const char* cameraName(RigCamera camera) { return camera == RigCamera::Up ? "Up" : "Down"; }
+const char* cameraName(RigCamera camera) {
+  return camera == RigCamera::Up ? "Up" : "Down";
+}
 
 CameraGeometry rigGeometry(RigCamera camera, ShotSize shot, int gridWidth, int gridHeight) {
   requirePositive(shot);

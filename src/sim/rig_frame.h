@@ -5,7 +5,8 @@
 // With that turn, the stitched panorama's column c shows world longitude 2 pi c / W (the stitch
 // driver puts the grid centre column of position p at column p x W / 6), and an equirectangular
 // scene image shows world longitude 2 pi x / width at its column x and latitude
-// pi / 2 - pi y / height at its row y, so the panorama shows the scene where the scene image has it.
+// pi / 2 - pi y / height at its row y, so the panorama shows the scene where the scene image has
+// it.
 #pragma once
 
 #include <cmath>
@@ -17,14 +18,18 @@ inline constexpr int kHeadPositions = 6;
 inline constexpr double kFullTurn = 2.0 * CV_PI;
 
 // The head's turn at position p (0 to 5), in radians.
-inline double headAngle(int position) { return position * kFullTurn / kHeadPositions; }
+inline double headAngle(int position) {
+  return position * kFullTurn / kHeadPositions;
+}
 
 inline cv::Vec3d directionOf(double longitude, double latitude) {
   const double c = std::cos(latitude);
   return cv::Vec3d(c * std::sin(longitude), -std::sin(latitude), c * std::cos(longitude));
 }
 
-inline double longitudeOf(const cv::Vec3d& d) { return std::atan2(d[0], d[2]); }
+inline double longitudeOf(const cv::Vec3d& d) {
+  return std::atan2(d[0], d[2]);
+}
 
 inline double latitudeOf(const cv::Vec3d& d) {
   const double norm = std::sqrt(d.dot(d));

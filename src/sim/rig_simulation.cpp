@@ -33,8 +33,7 @@ void checkRequest(const cv::Mat& scene, const SimulationRequest& request) {
   }
   const std::string extension = lowerCase(request.shotExtension);
   if (extension != ".jpg" && extension != ".jpeg" && extension != ".png") {
-    throw Failure("Shots are written as .jpg, .jpeg or .png, not '" + request.shotExtension +
-                  "'.");
+    throw Failure("Shots are written as .jpg, .jpeg or .png, not '" + request.shotExtension + "'.");
   }
   if (request.outputDir.empty()) throw Failure("No output folder given.");
 }
@@ -42,7 +41,7 @@ void checkRequest(const cv::Mat& scene, const SimulationRequest& request) {
 // A different, reproducible noise seed for every shot (splitmix64 finaliser).
 uint64_t shotSeed(uint64_t seed, RigCamera camera, int position, size_t bracket) {
   uint64_t z = seed + 0x9e3779b97f4a7c15ull * (1 + (camera == RigCamera::Up ? 0 : 1) +
-                                              2 * (static_cast<uint64_t>(position) + 6 * bracket));
+                                               2 * (static_cast<uint64_t>(position) + 6 * bracket));
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
   z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
   return z ^ (z >> 31);
@@ -88,9 +87,9 @@ SimulatedFiles simulateCamera(const cv::Mat& scene, const SimulationRequest& req
   checkRequest(scene, request);
   const CameraGeometry geometry =
       rigGeometry(request.camera, request.shotSize, request.gridWidth, request.gridHeight);
-  const CameraCalibration calibration =
-      request.calibration ? *request.calibration
-                          : defaultCalibration(request.camera, request.shotSize);
+  const CameraCalibration calibration = request.calibration
+                                            ? *request.calibration
+                                            : defaultCalibration(request.camera, request.shotSize);
   const SimulatedCamera camera(calibration, geometry);
   const EquirectScene equirect(scene);
 
@@ -125,8 +124,8 @@ SimulatedFiles simulateCamera(const cv::Mat& scene, const SimulationRequest& req
   if (request.writeGroundTruth) {
     files.truthPath = stem + "_truth.png";
     files.seenPath = stem + "_seen.png";
-    written.image(files.truthPath, frameLikeLibrary(panoramaTruth(
-                                       equirect, request.gridWidth, request.gridHeight)));
+    written.image(files.truthPath,
+                  frameLikeLibrary(panoramaTruth(equirect, request.gridWidth, request.gridHeight)));
     written.image(files.seenPath, frameLikeLibrary(seenRegion(camera)));
   }
   written.commit();

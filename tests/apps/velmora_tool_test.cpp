@@ -1,11 +1,11 @@
 // The velmora command-line tool, run as a user runs it: exit codes, messages and files.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
-#include <sys/wait.h>
 
 #include "support/test_support.h"
 
@@ -110,16 +110,17 @@ TEST(VelmoraTool, InitBuildsTheTableThroughTheLibrary) {
                                              " --camera up --shot-size 160x120 --grid 128x64"
                                              " --no-truth");
   ASSERT_EQ(simulated.exitCode, 0) << simulated.err;
-  const ToolRun init = runTool(dir, "init -c " + dir.file("Up.txt") + " -t " +
-                                        dir.path().string() + " --shot-size 160x120 --grid 128x64");
+  const ToolRun init = runTool(dir, "init -c " + dir.file("Up.txt") + " -t " + dir.path().string() +
+                                        " --shot-size 160x120 --grid 128x64");
   ASSERT_EQ(init.exitCode, 0) << init.err;
   EXPECT_NE(init.out.find("Init UpCam done."), std::string::npos) << init.out;
   EXPECT_EQ(fs::file_size(dir.file("table_Up.bin")), 8u * 128 * 64);
 
   // A configuration whose name selects no camera: the library's message and a failed exit.
-  velmora::testing::writeTextFile(dir.file("up.txt"), velmora::testing::readFile(dir.file("Up.txt")));
-  const ToolRun wrong = runTool(dir, "init -c " + dir.file("up.txt") + " -t " +
-                                         dir.path().string());
+  velmora::testing::writeTextFile(dir.file("up.txt"),
+                                  velmora::testing::readFile(dir.file("Up.txt")));
+  const ToolRun wrong =
+      runTool(dir, "init -c " + dir.file("up.txt") + " -t " + dir.path().string());
   EXPECT_EQ(wrong.exitCode, 1);
   EXPECT_NE(wrong.err.find("Configure path:"), std::string::npos) << wrong.err;
 }

@@ -1,9 +1,9 @@
 // The built-in scene: deterministic, any size, and with the content the stitch tests rely on.
+#include "sim/builtin_scene.h"
+
 #include <gtest/gtest.h>
 
 #include <opencv2/imgproc.hpp>
-
-#include "sim/builtin_scene.h"
 
 namespace velmora::sim {
 namespace {

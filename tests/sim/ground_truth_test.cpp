@@ -1,8 +1,9 @@
 // The ground truth: the scene on the panorama grid, the seen region and the library's framing.
+#include "sim/ground_truth.h"
+
 #include <gtest/gtest.h>
 
 #include "sim/builtin_scene.h"
-#include "sim/ground_truth.h"
 #include "sim/rig_camera.h"
 
 namespace velmora::sim {
@@ -16,8 +17,7 @@ TEST(GroundTruth, PanoramaOnTheScenesOwnGridIsTheScene) {
   const cv::Mat fine = panoramaTruth(EquirectScene(scene), 720, 360);
   for (int y = 10; y < 170; y += 37) {
     for (int x = 0; x < 360; x += 41) {
-      EXPECT_LE(cv::norm(fine.at<cv::Vec3b>(2 * y, 2 * x), scene.at<cv::Vec3b>(y, x),
-                         cv::NORM_INF),
+      EXPECT_LE(cv::norm(fine.at<cv::Vec3b>(2 * y, 2 * x), scene.at<cv::Vec3b>(y, x), cv::NORM_INF),
                 1.0);
     }
   }

@@ -1,11 +1,12 @@
 // The numeric inverse of the lens polynomials, against the library's forward polynomial.
+#include "sim/inverse_lens.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 #include "rig/camera_model.h"
 #include "rig/lens.h"
-#include "sim/inverse_lens.h"
 
 namespace velmora::sim {
 namespace {
@@ -20,8 +21,8 @@ TEST_P(InverseLensTest, SolveRoundTripsThePolynomialOverTheWholeView) {
     const double corrected = lensAngle(static_cast<float>(theta), lens);
     const double solved = inverseLensAngle(corrected, lens);
     worstTheta = std::max(worstTheta, std::abs(solved - theta));
-    worstCorrected = std::max(
-        worstCorrected, std::abs(lensAngle(static_cast<float>(solved), lens) - corrected));
+    worstCorrected =
+        std::max(worstCorrected, std::abs(lensAngle(static_cast<float>(solved), lens) - corrected));
   }
   // The library evaluates the polynomial in float powers whose rounding, amplified by the large
   // alternating coefficients, is about 1e-6 rad; where the lens flattens towards 70 degrees that

@@ -61,8 +61,7 @@ class LibraryProjection {
 };
 
 cv::Mat renderShot(const cv::Mat& scene, const LibraryProjection& library, int position) {
-  return developShot(renderShotLight(EquirectScene(scene), library.camera(), position),
-                     Exposure());
+  return developShot(renderShotLight(EquirectScene(scene), library.camera(), position), Exposure());
 }
 
 // PSNR of a against b over the cells where mask is set, a few cells in from its border (the
@@ -154,17 +153,16 @@ TEST_P(ProjectionRoundTripTest, ProjectedShotsShowTheSceneAtTheHeadsLongitude) {
         projected, projectedShotTruth(EquirectScene(scene), library.geometry(), position), seen);
     // The same comparison against the neighbouring head position, and against the truth moved by
     // half a grid cell, must be clearly worse: the measure tells a wrong turn or a shift apart.
-    const double neighbour =
-        maskedPsnr(projected,
-                   projectedShotTruth(EquirectScene(scene), library.geometry(), (position + 1) % 6),
-                   seen);
+    const double neighbour = maskedPsnr(
+        projected, projectedShotTruth(EquirectScene(scene), library.geometry(), (position + 1) % 6),
+        seen);
     const GridFrame grid(kGridWidth, kGridHeight);
     const double halfCell = 0.5 * kFullTurn / grid.scale;
-    const double shifted = maskedPsnr(
-        projected,
-        sceneOnGrid(EquirectScene(scene), kGridWidth, kGridHeight,
-                    headAngle(position) + grid.tableLongitude(0) + halfCell),
-        seen);
+    const double shifted =
+        maskedPsnr(projected,
+                   sceneOnGrid(EquirectScene(scene), kGridWidth, kGridHeight,
+                               headAngle(position) + grid.tableLongitude(0) + halfCell),
+                   seen);
     // Measured: 43 to 49 dB matched, 33 to 37 dB half a cell off, 15 to 18 dB one head turn off.
     EXPECT_GT(matched, 40.0) << "position " << position;
     EXPECT_LT(shifted, matched - 5.0) << "position " << position;

@@ -1,4 +1,6 @@
 // Simulating a camera to files: names, sizes, the configuration text and failure behaviour.
+#include "sim/rig_simulation.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -6,7 +8,6 @@
 
 #include "rig/camera_config.h"
 #include "sim/builtin_scene.h"
-#include "sim/rig_simulation.h"
 #include "support/test_support.h"
 
 namespace velmora::sim {
@@ -66,9 +67,8 @@ TEST(RigSimulation, BracketsGetOneFilePerExposure) {
   for (int position = 0; position < 6; ++position) {
     ASSERT_EQ(files.shots[position].size(), 3u);
     for (size_t bracket = 0; bracket < 3; ++bracket) {
-      EXPECT_EQ(files.shots[position][bracket],
-                dir.file("Up_" + std::to_string(position) + "_" + std::to_string(bracket) +
-                         ".png"));
+      EXPECT_EQ(files.shots[position][bracket], dir.file("Up_" + std::to_string(position) + "_" +
+                                                         std::to_string(bracket) + ".png"));
     }
   }
   const std::vector<std::string> middle = shotsOfBracket(files, 1);

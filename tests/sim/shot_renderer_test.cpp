@@ -1,4 +1,6 @@
 // Shot rendering options: parallax geometry, exposure brackets and noise.
+#include "sim/shot_renderer.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -6,7 +8,6 @@
 #include "sim/builtin_scene.h"
 #include "sim/rig_camera.h"
 #include "sim/shot_exposure.h"
-#include "sim/shot_renderer.h"
 
 namespace velmora::sim {
 namespace {

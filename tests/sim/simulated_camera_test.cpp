@@ -1,5 +1,7 @@
 // The simulated camera against the library's projection table: the simulator's pixel-to-direction
 // mapping must be the exact inverse of the table, and the default calibrations must close the ring.
+#include "sim/simulated_camera.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +9,6 @@
 #include "rig/camera_model.h"
 #include "sim/rig_camera.h"
 #include "sim/rig_frame.h"
-#include "sim/simulated_camera.h"
 
 namespace velmora::sim {
 namespace {
@@ -64,13 +65,13 @@ TEST_P(SimulatedCameraTest, ForwardMappingReproducesTheTable) {
     for (int j = 0; j < kGridWidth; ++j) {
       const bool tableSees = records[j][0] != 0.0f && records[j][1] != 0.0f;
       cv::Point2d pixel;
-      const bool cameraSees = camera.pixelOfDirection(
-          directionOf(grid.tableLongitude(j), grid.latitude(i)), pixel);
+      const bool cameraSees =
+          camera.pixelOfDirection(directionOf(grid.tableLongitude(j), grid.latitude(i)), pixel);
       if (tableSees != cameraSees) {
         ++disagreements;
       } else if (tableSees) {
-        worstPixels = std::max(worstPixels, cv::norm(pixel - cv::Point2d(records[j][0],
-                                                                           records[j][1])));
+        worstPixels =
+            std::max(worstPixels, cv::norm(pixel - cv::Point2d(records[j][0], records[j][1])));
       }
     }
   }
