@@ -9,6 +9,7 @@
 // it.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/core.hpp>
 
