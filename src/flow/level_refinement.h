@@ -1,0 +1,64 @@
+// Refinement of the flow on one pyramid level: two propagation sweeps with one numeric gradient
+// step per pixel, median filtering, and a blend towards a smooth prior where the images are
+// invalid.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace velmora {
+
+// Weight of the distance from the smooth prior in the flow cost.
+constexpr float kPriorWeight = 0.012f;
+// Weight of the displacement length terms (|fy| / width and |fx| / height) in the flow cost.
+constexpr float kDisplacementWeight = 0.02f;
+// A pixel is refined only when both its alphas are above this.
+constexpr float kSweepAlphaThreshold = 0.9f;
+// Step of the numeric derivative of the cost, in pixels.
+constexpr float kGradientDelta = 0.001f;
+
+// The images a sweep reads: smoothed gradients of both grey images, both alphas and the smooth
+// prior P, all of one size (at least 2 x 2). The gradients and alphas are CV_32F, P is CV_32FC2.
+struct SweepInputs {
+  cv::Mat gradient0x, gradient0y;
+  cv::Mat gradient1x, gradient1y;
+  cv::Mat alpha0, alpha1;
+  cv::Mat prior;
+};
+
+// The smoothed horizontal and vertical gradients of a CV_32F grey image: cv::Sobel with kernel
+// size 1 and replicated border, each then blurred with a 3 x 3 Gaussian of sigma 0.5.
+void greyGradients(const cv::Mat& grey, cv::Mat& gradientX, cv::Mat& gradientY);
+
+// The smooth prior of a flow field: its 15 x 15 Gaussian blur of sigma 8.
+cv::Mat smoothPrior(const cv::Mat& flow);
+
+// The cost of flow f = (fx, fy) at pixel (x, y), with S the bilinear sample and W x H the level's
+// size: |(G0x(p) - S(G1x, p + f), G0y(p) - S(G1y, p + f))| + 0.012 |f - P(p)| + 0.02 |fy| / W +
+// 0.02 |fx| / H, all in 32-bit float.
+float flowCost(const SweepInputs& inputs, int x, int y, float fx, float fy);
+
+// The forward sweep over `flow` (CV_32FC2 of the inputs' size, updated in place): rows top to
+// bottom, columns left to right, visiting pixels whose two alphas are both above 0.9. A visited
+// pixel takes, in turn for d = 1 (narrow) or d = 2, 4, 6, 8 (wide), the flow of (x - d, y) when
+// x > d and then of (y - d, x) when y > d, whenever it costs strictly less; then it takes one
+// gradient step f - 0.5 (E(f + delta) - E(f)) / 0.001 per component. Throws Failure on sizes or
+// types that do not fit.
+void forwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide);
+
+// The backward sweep: rows bottom to top, columns right to left, candidates (x + d, y) when
+// x < W - d and then (x, y + d) when y < H - d; otherwise as forwardSweep.
+void backwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide);
+
+// Blends `flow` towards its 15 x 15 Gaussian blur Q (sigma 8) by the joint validity
+// a = alpha0 x alpha1: flow = a flow + (1 - a) Q per component, so invalid pixels take the smooth
+// field of their surroundings and fully valid ones keep their value.
+void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1);
+
+// Refines `flow` on one level from the level's grey images and alphas (CV_32F, one size, at
+// least 2 x 2). An empty `flow` marks the coarsest level: it starts from zero, and from the
+// initial patch search unless the hint is 4. Then: prior, forward sweep, 5 x 5 median, backward
+// sweep, 5 x 5 median, prior blend. Throws Failure on sizes or types that do not fit.
+void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
+                 const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide);
+
+}  // namespace velmora

@@ -1,0 +1,45 @@
+#include "flow/overlap_flow.h"
+
+#include "api/status.h"
+#include "common/worker_threads.h"
+#include "flow/initial_search.h"
+#include "flow/optical_flow.h"
+
+namespace velmora {
+
+int overlapWidth(int imageWidth) {
+  return static_cast<int>(static_cast<float>(imageWidth) * 60.0f / 360.0f);
+}
+
+void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap) {
+  if (first.type() != CV_8UC4 || second.type() != CV_8UC4 || first.size() != second.size()) {
+    throw Failure("Seam overlap: both images must be 8-bit BGRA of one size.");
+  }
+  const int imageWidth = first.cols;
+  const int height = first.rows;
+  const int width = overlapWidth(imageWidth);
+  const int secondX = static_cast<int>(static_cast<float>(imageWidth) * 120.0f / 360.0f);
+  overlap.firstCut = first(cv::Rect(imageWidth / 2, 0, width, height)).clone();
+  overlap.secondCut = second(cv::Rect(secondX, 0, width, height)).clone();
+
+  overlap.firstCut.colRange(2 * width / 3, width).setTo(cv::Scalar::all(0));
+  overlap.secondCut.colRange(0, width / 3).setTo(cv::Scalar::all(0));
+}
+
+void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap,
+                       bool flowsGiven) {
+  cutOutOverlap(first, second, overlap);
+  if (flowsGiven) return;
+  WorkerThreads flows;
+  flows.start([&overlap] {
+    computeOpticalFlow(overlap.firstCut, overlap.secondCut, overlap.flowFirstToSecond,
+                       kHintLeftward, true);
+  });
+  flows.start([&overlap] {
+    computeOpticalFlow(overlap.secondCut, overlap.firstCut, overlap.flowSecondToFirst,
+                       kHintRightward, true);
+  });
+  flows.join();
+}
+
+}  // namespace velmora

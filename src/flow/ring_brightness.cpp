@@ -1,0 +1,139 @@
+#include "flow/ring_brightness.h"
+
+#include <algorithm>
+#include <opencv2/imgproc.hpp>
+#include <string>
+
+#include "api/status.h"
+#include "flow/pixel_rounding.h"
+
+namespace velmora {
+namespace {
+
+// Start of the first image's strip (200 degrees), its width (20 degrees), start of the second
+// image's strip (140 degrees) and the width of image 0's ramp (80 degrees), as frame fractions.
+constexpr double kFirstStripStart = 0.5555556;
+constexpr double kStripWidth = 0.055555556;
+constexpr double kSecondStripStart = 0.3888889;
+constexpr float kRampStart = 0.3888889f;
+constexpr float kRampWidth = 0.22222222f;
+
+float valueSum(const cv::Mat& image, const cv::Rect& strip) {
+  cv::Mat hsv;
+  cv::cvtColor(image(strip), hsv, cv::COLOR_BGR2HSV);
+  std::vector<cv::Mat> channels;
+  cv::split(hsv, channels);
+  const cv::Mat& value = channels[2];
+  const cv::Mat middle = value(cv::Rect(0, static_cast<int>(value.rows * 0.1), value.cols,
+                                        static_cast<int>(value.rows * 0.8)));
+  float sum = 0.0f;
+  for (int y = 0; y < middle.rows; ++y) {
+    const uchar* row = middle.ptr<uchar>(y);
+    for (int x = 0; x < middle.cols; ++x) sum += static_cast<float>(row[x]);
+  }
+  return sum;
+}
+
+void requireStrip(const cv::Mat& image, const cv::Rect& strip) {
+  if (strip.width <= 0 || strip.height <= 0 ||
+      (strip & cv::Rect(0, 0, image.cols, image.rows)) != strip) {
+    throw Failure("Ring brightness: the strip " + std::to_string(strip.width) + "x" +
+                  std::to_string(strip.height) + " at column " + std::to_string(strip.x) +
+                  " does not fit an image of " + std::to_string(image.cols) + "x" +
+                  std::to_string(image.rows) + ".");
+  }
+}
+
+// Applies `lut` to the colour channels of an 8-bit BGR or BGRA image, leaving alpha.
+void applyToColours(cv::Mat& image, const uchar* lut) {
+  const int channels = image.channels();
+  for (int y = 0; y < image.rows; ++y) {
+    uchar* pixel = image.ptr<uchar>(y);
+    for (int x = 0; x < image.cols; ++x, pixel += channels) {
+      pixel[0] = lut[pixel[0]];
+      pixel[1] = lut[pixel[1]];
+      pixel[2] = lut[pixel[2]];
+    }
+  }
+}
+
+void applyConstantGain(cv::Mat& image, float product, float normaliser) {
+  uchar lut[256];
+  for (int v = 0; v < 256; ++v) {
+    lut[v] = clampRoundToByte(static_cast<float>(v) * product / normaliser);
+  }
+  applyToColours(image, lut);
+}
+
+// Image 0: per column x, t = clamp((x - 0.3888889 W) / (0.22222222 W), 0, 1) and the gain
+// (1 - t) x g(6) / N + t x 1 / N.
+void applyClosingRamp(cv::Mat& image, const RingGains& gains, unsigned frameWidth) {
+  const float width = static_cast<float>(frameWidth);
+  const float ringProduct = gains.products[kFullRing - 1];
+  std::vector<float> columnGains(image.cols);
+  for (int x = 0; x < image.cols; ++x) {
+    float t = (static_cast<float>(x) - width * kRampStart) / (width * kRampWidth);
+    t = std::min(std::max(t, 0.0f), 1.0f);
+    columnGains[x] = (1.0f - t) * ringProduct / gains.normaliser + t * 1.0f / gains.normaliser;
+  }
+  const int channels = image.channels();
+  for (int y = 0; y < image.rows; ++y) {
+    uchar* pixel = image.ptr<uchar>(y);
+    for (int x = 0; x < image.cols; ++x, pixel += channels) {
+      const float gain = columnGains[x];
+      for (int c = 0; c < 3; ++c) pixel[c] = clampRoundToByte(static_cast<float>(pixel[c]) * gain);
+    }
+  }
+}
+
+}  // namespace
+
+BrightnessStrips brightnessStrips(unsigned frameWidth, unsigned frameHeight) {
+  const int width = static_cast<int>(frameWidth * kStripWidth);
+  const int height = static_cast<int>(frameHeight);
+  return {cv::Rect(static_cast<int>(frameWidth * kFirstStripStart), 0, width, height),
+          cv::Rect(static_cast<int>(frameWidth * kSecondStripStart), 0, width, height)};
+}
+
+float brightnessRatio(const cv::Mat& first, const cv::Mat& second, const BrightnessStrips& strips) {
+  requireStrip(first, strips.inFirst);
+  requireStrip(second, strips.inSecond);
+  return valueSum(first, strips.inFirst) / valueSum(second, strips.inSecond);
+}
+
+RingGains ringGains(const std::array<float, kFullRing>& ratios) {
+  RingGains gains{};
+  float product = ratios[0];
+  gains.products[0] = product;
+  for (int k = 1; k < kFullRing; ++k) {
+    product = product * ratios[k];
+    gains.products[k] = product;
+  }
+  float smallest = 99999.0f;
+  float largest = -1.0f;
+  float sum = 0.0f;
+  for (float g : gains.products) {
+    if (g < smallest) smallest = g;
+    if (g > largest) largest = g;
+    sum += g;
+  }
+  gains.normaliser = (sum - smallest - largest) * 0.25f;
+  return gains;
+}
+
+void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
+                            unsigned frameHeight) {
+  if (count != kFullRing) return;
+  const BrightnessStrips strips = brightnessStrips(frameWidth, frameHeight);
+  std::array<float, kFullRing> ratios{};
+  for (int i = 0; i < count; ++i) {
+    ratios[i] = brightnessRatio(images[i], images[(i + 1) % count], strips);
+  }
+  const RingGains gains = ringGains(ratios);
+  for (int k = 1; k < kFullRing; ++k) {
+    applyConstantGain(images[k], gains.products[k - 1], gains.normaliser);
+  }
+  applyClosingRamp(images[0], gains, frameWidth);
+}
+
+}  // namespace velmora

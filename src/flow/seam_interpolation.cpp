@@ -1,0 +1,137 @@
+#include "flow/seam_interpolation.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
+
+#include "api/status.h"
+#include "flow/pixel_rounding.h"
+
+namespace velmora {
+namespace {
+
+// The alpha a pixel present in one warped image only gets, by the larger of the two alphas.
+std::array<uchar, 256> singleSourceAlphas() {
+  std::array<uchar, 256> alphas{};
+  for (int m = 0; m < 256; ++m) alphas[m] = m * 0.003921569 > 0.1 ? 255 : 0;
+  return alphas;
+}
+
+}  // namespace
+
+InterpolationGrid bandGrid(int count, int frameWidth, int frameHeight) {
+  if (count <= 0) throw Failure("Seam band: the ring must hold at least one image.");
+  const InterpolationGrid grid{frameWidth / count, frameHeight};
+  if (grid.columns <= 0 || grid.rows <= 0) {
+    throw Failure("Seam band: a frame of " + std::to_string(frameWidth) + "x" +
+                  std::to_string(frameHeight) + " leaves no band for " + std::to_string(count) +
+                  " images.");
+  }
+  return grid;
+}
+
+WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
+                       BandSide side) {
+  if (image.type() != CV_8UC4 || flow.type() != CV_32FC2) {
+    throw Failure("Seam warp: the image must be 8-bit BGRA and the flow CV_32FC2.");
+  }
+  cv::Mat positions(grid.rows, grid.columns, CV_32FC2);
+  for (int y = 0; y < grid.rows; ++y) {
+    cv::Vec2f* row = positions.ptr<cv::Vec2f>(y);
+    for (int x = 0; x < grid.columns; ++x)
+      row[x] = cv::Vec2f(static_cast<float>(x), static_cast<float>(y));
+  }
+  cv::Mat resampledFlow;
+  cv::remap(flow, resampledFlow, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
+
+  // Reuse the position map for the displaced positions; remember (1 - s) per column.
+  std::vector<float> keep(grid.columns);
+  std::vector<float> displacement(grid.columns);
+  for (int x = 0; x < grid.columns; ++x) {
+    const float t = grid.blendPosition(x);
+    displacement[x] = side == BandSide::kLeading ? t : 1.0f - t;
+    keep[x] = 1.0f - displacement[x];
+  }
+  WarpedImage warped;
+  warped.magnitude.create(grid.rows, grid.columns, CV_32F);
+  cv::Mat& displaced = positions;
+  for (int y = 0; y < grid.rows; ++y) {
+    cv::Vec2f* map = displaced.ptr<cv::Vec2f>(y);
+    const cv::Vec2f* f = resampledFlow.ptr<cv::Vec2f>(y);
+    float* magnitude = warped.magnitude.ptr<float>(y);
+    const float fy = static_cast<float>(y);
+    for (int x = 0; x < grid.columns; ++x) {
+      const float s = displacement[x];
+      map[x] = cv::Vec2f(static_cast<float>(x) + s * f[x][0], fy + s * f[x][1]);
+      magnitude[x] = std::sqrt(f[x][0] * f[x][0] + f[x][1] * f[x][1]);
+    }
+  }
+  cv::remap(image, warped.image, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+            cv::Scalar::all(0));
+
+  for (int y = 0; y < grid.rows; ++y) {
+    uchar* pixel = warped.image.ptr<uchar>(y);
+    for (int x = 0; x < grid.columns; ++x) {
+      pixel[4 * x + 3] = static_cast<uchar>(keep[x] * static_cast<float>(pixel[4 * x + 3]));
+    }
+  }
+  return warped;
+}
+
+cv::Mat blendWarpedPair(const cv::Mat& leading, const cv::Mat& trailing) {
+  if (leading.type() != CV_8UC4 || trailing.type() != CV_8UC4 ||
+      leading.size() != trailing.size()) {
+    throw Failure("Seam blend: both warped images must be 8-bit BGRA of one size.");
+  }
+  static const std::array<uchar, 256> kSingleSourceAlpha = singleSourceAlphas();
+  const int width = leading.cols;
+  const int start = width / 3;
+  const int span = 2 * width / 3 - width / 3;
+  std::vector<float> weights(width);
+  for (int x = 0; x < width; ++x) {
+    float w = span > 0 ? static_cast<float>(x - start) / static_cast<float>(span) : 0.0f;
+    weights[x] = std::min(std::max(w, 0.0f), 1.0f);
+  }
+
+  cv::Mat blended = cv::Mat::zeros(leading.size(), CV_8UC4);
+  for (int y = 0; y < leading.rows; ++y) {
+    const uchar* a = leading.ptr<uchar>(y);
+    const uchar* b = trailing.ptr<uchar>(y);
+    uchar* out = blended.ptr<uchar>(y);
+    for (int x = 0; x < width; ++x, a += 4, b += 4, out += 4) {
+      const uchar alphaA = a[3];
+      const uchar alphaB = b[3];
+      if (alphaA == 0 && alphaB == 0) continue;
+      if (alphaA == 0 || alphaB == 0) {
+        const uchar* source = alphaA == 0 ? b : a;
+        out[0] = source[0];
+        out[1] = source[1];
+        out[2] = source[2];
+        out[3] = kSingleSourceAlpha[std::max(alphaA, alphaB)];
+        continue;
+      }
+      const float w = weights[x];
+      const float v = 1.0f - w;
+      for (int c = 0; c < 3; ++c) {
+        out[c] = clampRoundToByte(
+            std::min(255.0f, static_cast<float>(b[c]) * w + static_cast<float>(a[c]) * v));
+      }
+      out[3] = 255;
+    }
+  }
+  return blended;
+}
+
+void interpolateSeamBand(const cv::Mat& firstCut, const cv::Mat& secondCut,
+                         const cv::Mat& flowFirstToSecond, const cv::Mat& flowSecondToFirst,
+                         int count, int frameWidth, int frameHeight, cv::Mat& band) {
+  const InterpolationGrid grid = bandGrid(count, frameWidth, frameHeight);
+  const WarpedImage leading = warpByFlow(grid, firstCut, flowSecondToFirst, BandSide::kLeading);
+  const WarpedImage trailing = warpByFlow(grid, secondCut, flowFirstToSecond, BandSide::kTrailing);
+  band = blendWarpedPair(leading.image, trailing.image);
+}
+
+}  // namespace velmora
