@@ -1,0 +1,232 @@
+// The ring stitch drivers and the ring's brightness equalisation.
+#include "flow/stitch_driver.h"
+
+#include <gtest/gtest.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include "api/status.h"
+#include "flow/flow_test_images.h"
+#include "flow/overlap_flow.h"
+#include "flow/ring_brightness.h"
+#include "flow/seam_interpolation.h"
+
+namespace velmora {
+namespace {
+
+constexpr int kWidth = 192;  // bands of 32 columns for six images
+constexpr int kHeight = 48;
+
+cv::Mat flat(const cv::Scalar& colour, int alpha = 255) {
+  return cv::Mat(kHeight, kWidth, CV_8UC4, cv::Scalar(colour[0], colour[1], colour[2], alpha));
+}
+
+// Six views of one panorama texture like the rig's: image i looks at longitude i x 60 degrees
+// (its centre column shows it), is valid over its middle 120 degrees (plus a few columns) and
+// empty elsewhere, and is displaced vertically by (i % 3 - 1) pixels so that neighbours need a
+// flow to meet. Colour values are even.
+std::vector<cv::Mat> texturedRing() {
+  const cv::Mat panorama = testing::texture(kWidth, kHeight + 20, 21);
+  cv::Mat wrapped;
+  cv::hconcat(std::vector<cv::Mat>{panorama, panorama, panorama}, wrapped);
+  std::vector<cv::Mat> ring;
+  for (int i = 0; i < 6; ++i) {
+    const int left = kWidth + i * kWidth / 6 - kWidth / 2;
+    cv::Mat view = testing::withAlpha(
+        testing::shiftedWindow(wrapped, left, 10, kWidth, kHeight, 0.0f, i % 3 - 1.0f));
+    view.colRange(0, kWidth / 3 - 4).setTo(cv::Scalar::all(0));
+    view.colRange(2 * kWidth / 3 + 4, kWidth).setTo(cv::Scalar::all(0));
+    view &= cv::Scalar(254, 254, 254, 255);
+    ring.push_back(view);
+  }
+  return ring;
+}
+
+cv::Vec3b at(const cv::Mat& image, int x, int y = kHeight / 2) {
+  return image.at<cv::Vec3b>(y, x);
+}
+
+void expectColourNear(const cv::Vec3b& actual, const cv::Scalar& expected,
+                      const std::string& where) {
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(actual[c], expected[c], 2) << where << " channel " << c;
+}
+
+TEST(StitchRing, EveryPairIncludingLastAndFirstGetsItsBand) {
+  // Equal value (maximum channel) everywhere, so the brightness step changes nothing.
+  const std::vector<cv::Scalar> colours{{200, 0, 0},   {0, 200, 0},   {0, 0, 200},
+                                        {200, 200, 0}, {0, 200, 200}, {200, 0, 200}};
+  for (int count : {6, 4}) {
+    std::vector<cv::Mat> ring;
+    for (int i = 0; i < count; ++i) ring.push_back(flat(colours[i]));
+    cv::Mat panorama;
+    stitchRing(panorama, ring, 60.0f, count, kWidth, kHeight);
+    ASSERT_EQ(panorama.type(), CV_8UC3);
+    ASSERT_EQ(panorama.size(), cv::Size(kWidth, kHeight));
+    if (count != 6) continue;  // the bands of four images are wider than their cut-outs
+    for (int i = 0; i < count; ++i) {
+      const std::string pair = "pair " + std::to_string(i);
+      // The band starts with image i and ends with its right-hand neighbour.
+      expectColourNear(at(panorama, i * 32 + 1), colours[i], pair + " start");
+      expectColourNear(at(panorama, i * 32 + 30), colours[(i + 1) % count], pair + " end");
+    }
+  }
+}
+
+TEST(StitchRing, SingleImageIsPairedWithItself) {
+  // Left half one colour, right half another: the band runs from the image's right of centre
+  // (its first cut-out) to its left of centre (its second).
+  cv::Mat image = flat({0, 0, 180});
+  image.colRange(kWidth / 2, kWidth).setTo(cv::Scalar(180, 0, 0, 255));
+  std::vector<cv::Mat> ring{image};
+  cv::Mat panorama;
+  stitchRing(panorama, ring, 60.0f, 1, kWidth, kHeight);
+  ASSERT_EQ(panorama.size(), cv::Size(kWidth, kHeight));
+  expectColourNear(at(panorama, 1), {180, 0, 0}, "start");
+  expectColourNear(at(panorama, 30), {0, 0, 180}, "end");
+  // The one band spans the whole frame, but its cut-outs only its first sixth.
+  EXPECT_EQ(cv::countNonZero(panorama.colRange(40, kWidth).reshape(1)), 0);
+}
+
+TEST(StitchRing, AcceptsBgrImagesAndHandsBackBrightnessEqualisedBgra) {
+  std::vector<cv::Mat> ring = texturedRing();
+  for (cv::Mat& image : ring) cv::cvtColor(image, image, cv::COLOR_BGRA2BGR);
+  cv::Mat panorama;
+  stitchRing(panorama, ring, 60.0f, 6, kWidth, kHeight);
+  EXPECT_EQ(panorama.size(), cv::Size(kWidth, kHeight));
+  for (const cv::Mat& image : ring) {
+    ASSERT_EQ(image.type(), CV_8UC4);
+    std::vector<cv::Mat> channels;
+    cv::split(image, channels);
+    EXPECT_EQ(cv::countNonZero(channels[3] != 255), 0);
+  }
+  EXPECT_GT(cv::countNonZero(panorama.reshape(1)), kWidth * kHeight * 3 * 9 / 10);
+}
+
+TEST(StitchRing, RejectsArgumentsThatDoNotFit) {
+  const auto fails = [](std::vector<cv::Mat> ring, int count, unsigned width, unsigned height) {
+    cv::Mat panorama;
+    EXPECT_THROW(stitchRing(panorama, ring, 60.0f, count, width, height), Failure)
+        << "count " << count << " frame " << width << "x" << height;
+  };
+  const cv::Mat image = flat({10, 20, 30});
+  fails({}, 0, kWidth, kHeight);
+  fails(std::vector<cv::Mat>(7, image), 7, kWidth, kHeight);
+  fails(std::vector<cv::Mat>(3, image), 4, kWidth, kHeight);
+  fails({image, cv::Mat()}, 2, kWidth, kHeight);
+  fails({image, image.colRange(0, 100).clone()}, 2, kWidth, kHeight);
+  fails({image, cv::Mat(kHeight, kWidth, CV_32FC3)}, 2, kWidth, kHeight);
+  fails({image}, 1, 0, kHeight);
+  fails({image}, 1, kWidth, 0);
+  fails(std::vector<cv::Mat>(6, image), 6, 5, kHeight);           // narrower than the ring
+  fails(std::vector<cv::Mat>(6, image), 6, kWidth, kHeight + 1);  // strips below the images
+}
+
+TEST(StitchRing, FailureInsideAFlowThreadReachesTheCallerAsAnException) {
+  // Cut-outs of 2 x 40 pixels: the flow jobs, two thread levels down, refuse them.
+  std::vector<cv::Mat> ring(2, cv::Mat(40, 12, CV_8UC4, cv::Scalar::all(255)));
+  cv::Mat panorama;
+  EXPECT_THROW(stitchRing(panorama, ring, 60.0f, 2, 12, 40), Failure);
+}
+
+// The lower panorama as the contract defines it: every lower band interpolated from the lower
+// ring's cut-outs with the flows the upper ring's overlap jobs give, joined and resized.
+cv::Mat lowerPanoramaFromUpperFlows(const std::vector<cv::Mat>& upper,
+                                    const std::vector<cv::Mat>& lower) {
+  std::vector<cv::Mat> bands;
+  for (int i = 0; i < 6; ++i) {
+    SeamOverlap upperPair, lowerPair;
+    runOverlapFlowJob(upper[i], upper[(i + 1) % 6], upperPair, false);
+    cutOutOverlap(lower[i], lower[(i + 1) % 6], lowerPair);
+    cv::Mat band;
+    interpolateSeamBand(lowerPair.firstCut, lowerPair.secondCut, upperPair.flowFirstToSecond,
+                        upperPair.flowSecondToFirst, 6, kWidth, kHeight, band);
+    bands.push_back(band);
+  }
+  cv::Mat joined, colour, panorama;
+  cv::hconcat(bands, joined);
+  cv::cvtColor(joined, colour, cv::COLOR_BGRA2BGR);
+  cv::resize(colour, panorama, cv::Size(kWidth, kHeight), 0, 0, cv::INTER_LINEAR);
+  return panorama;
+}
+
+TEST(StitchTwoRings, LowerRingIsWarpedWithTheUpperRingsFlows) {
+  std::vector<cv::Mat> upper = texturedRing();
+  // The lower ring is the upper one at half the brightness.
+  std::vector<cv::Mat> lower;
+  for (const cv::Mat& image : upper) {
+    cv::Mat dim;
+    image.convertTo(dim, CV_8UC4, 0.5);
+    dim.forEach<cv::Vec4b>([](cv::Vec4b& p, const int*) { p[3] = p[3] == 0 ? 0 : 255; });
+    lower.push_back(dim);
+  }
+  std::vector<cv::Mat> lowerAlone;
+  for (const cv::Mat& image : lower) lowerAlone.push_back(image.clone());
+
+  cv::Mat upperPanorama, lowerPanorama;
+  stitchTwoRings(upperPanorama, upper, lowerPanorama, lower, 60.0f, 6, kWidth, kHeight);
+  ASSERT_EQ(lowerPanorama.size(), cv::Size(kWidth, kHeight));
+  ASSERT_EQ(lowerPanorama.type(), CV_8UC3);
+
+  // Both rings were handed back equalised and as BGRA; the flow jobs are deterministic.
+  EXPECT_EQ(cv::norm(lowerPanorama, lowerPanoramaFromUpperFlows(upper, lower), cv::NORM_INF), 0.0);
+  cv::Mat upperAlone;
+  std::vector<cv::Mat> upperAgain = texturedRing();
+  stitchRing(upperAlone, upperAgain, 60.0f, 6, kWidth, kHeight);
+  EXPECT_EQ(cv::norm(upperPanorama, upperAlone, cv::NORM_INF), 0.0);
+
+  // The test can tell: with flows of its own the lower ring comes out differently.
+  cv::Mat ownFlows;
+  stitchRing(ownFlows, lowerAlone, 60.0f, 6, kWidth, kHeight);
+  EXPECT_GT(cv::norm(ownFlows, lowerPanorama, cv::NORM_INF), 0.0);
+}
+
+TEST(StitchTwoRings, RejectsALowerRingThatDoesNotFit) {
+  std::vector<cv::Mat> upper(6, flat({10, 20, 30}));
+  std::vector<cv::Mat> lower(5, flat({10, 20, 30}));
+  cv::Mat a, b;
+  EXPECT_THROW(stitchTwoRings(a, upper, b, lower, 60.0f, 6, kWidth, kHeight), Failure);
+}
+
+// Six flat images of values v(i): each pair ratio is v(i) / v(i + 1), so every image ends at
+// v(0) / N. Image 0 is brighter right of its centre than left of it, which leaves a closing
+// error g(6) = 1.5 around the ring: its left part takes g(6) / N and its right part 1 / N.
+TEST(RingBrightness, EqualisesAroundTheRingAndSpreadsTheClosingErrorOverImageZero) {
+  const int values[] = {100, 120, 90, 110, 130, 80};
+  std::vector<cv::Mat> ring;
+  for (int v : values) ring.push_back(flat(cv::Scalar::all(v), 77));
+  ring[0].colRange(kWidth / 2, kWidth).setTo(cv::Scalar(150, 150, 150, 77));
+  equaliseRingBrightness(ring, 6, kWidth, kHeight);
+
+  // g(k) = 150 / v(k), g(6) = 1.5; without the smallest (150 / 130) and largest (150 / 80):
+  const double normaliser = (150.0 / 120 + 150.0 / 90 + 150.0 / 110 + 1.5) * 0.25;
+  const double level = 150.0 / normaliser;
+  for (int k = 0; k < 6; ++k) {
+    std::vector<cv::Mat> channels;
+    cv::split(ring[k], channels);
+    EXPECT_EQ(cv::countNonZero(channels[3] != 77), 0) << "image " << k;
+    cv::Mat outside = channels[1].clone();
+    if (k == 0) outside.colRange(74, 118).setTo(level);  // the ramp from 140 to 220 degrees
+    double low = 0, high = 0;
+    cv::minMaxLoc(outside, &low, &high);
+    EXPECT_NEAR(low, level, 1.0) << "image " << k;
+    EXPECT_NEAR(high, level, 1.0) << "image " << k;
+  }
+  // Inside the ramp image 0's gain moves linearly from the ring product to the plain normaliser.
+  const auto rampGain = [&](int x) {
+    const double t = (x - kWidth * 0.3888889) / (kWidth * 0.22222222);
+    return ((1 - t) * 1.5 + t) / normaliser;
+  };
+  EXPECT_NEAR(ring[0].at<cv::Vec4b>(0, 80)[0], 100 * rampGain(80), 1.0);
+  EXPECT_NEAR(ring[0].at<cv::Vec4b>(0, 95)[0], 100 * rampGain(95), 1.0);
+  EXPECT_NEAR(ring[0].at<cv::Vec4b>(0, 110)[0], 150 * rampGain(110), 1.0);
+}
+
+TEST(RingBrightness, RingsOfFewerThanSixKeepTheirBrightness) {
+  std::vector<cv::Mat> ring{flat(cv::Scalar::all(40)), flat(cv::Scalar::all(200))};
+  equaliseRingBrightness(ring, 2, kWidth, kHeight);
+  EXPECT_EQ(ring[0].at<cv::Vec4b>(5, 5), cv::Vec4b(40, 40, 40, 255));
+  EXPECT_EQ(ring[1].at<cv::Vec4b>(5, 5), cv::Vec4b(200, 200, 200, 255));
+}
+
+}  // namespace
+}  // namespace velmora
