@@ -73,16 +73,19 @@ LevelCostContext costContextOf(const SweepInputs& in, cv::Mat& gradient1xStorage
 }
 
 // One sweep. Forward walks rows and columns upwards and takes candidates at -d; backward walks
-// downwards and takes candidates at +d.
-template <bool kForward>
-void sweep(const SweepInputs& in, cv::Mat& flow, bool wide) {
+// downwards and takes candidates at +d. The candidates of a pixel are fixed while it is visited
+// (none of them is the pixel itself), so their costs are computed together first and then taken
+// in the specified order: horizontal then vertical for each d, strictly lower cost wins.
+template <bool kForward, bool kWide>
+void sweep(const SweepInputs& in, cv::Mat& flow) {
+  constexpr int kStep = kWide ? 2 : 1;
+  constexpr int kLimit = kWide ? 10 : 2;
+  constexpr int kMaxCandidates = 2 * ((kLimit - 1) / kStep);
   requireSweepInputs(in, flow);
   cv::Mat gradient1x, gradient1y;
   const LevelCostContext level = costContextOf(in, gradient1x, gradient1y);
   const int width = flow.cols;
   const int height = flow.rows;
-  const int step = 1 + (wide ? 1 : 0);
-  const int limit = 8 * (wide ? 1 : 0) + 2;
   const std::ptrdiff_t flowStride = static_cast<std::ptrdiff_t>(flow.step1() / 2);
 
   for (int row = 0; row < height; ++row) {
@@ -98,30 +101,28 @@ void sweep(const SweepInputs& in, cv::Mat& flow, bool wide) {
       if (!(alpha0[x] > kSweepAlphaThreshold && alpha1[x] > kSweepAlphaThreshold)) continue;
       const PixelTerms pixel{static_cast<float>(x), static_cast<float>(y), gradient0x[x],
                              gradient0y[x],         prior[x][0],           prior[x][1]};
+
+      const cv::Vec2f* candidates[kMaxCandidates];
+      int count = 0;
+      for (int d = kStep; d < kLimit; d += kStep) {
+        if (kForward ? x > d : x < width - d)
+          candidates[count++] = flowRow + (kForward ? x - d : x + d);
+        if (kForward ? y > d : y < height - d) {
+          candidates[count++] = flowRow + (kForward ? -d : d) * flowStride + x;
+        }
+      }
       float fx = flowRow[x][0];
       float fy = flowRow[x][1];
       float best = costAt(level, pixel, fx, fy);
-
-      for (int d = step; d < limit; d += step) {
-        const bool horizontal = kForward ? x > d : x < width - d;
-        if (horizontal) {
-          const cv::Vec2f& candidate = flowRow[kForward ? x - d : x + d];
-          const float cost = costAt(level, pixel, candidate[0], candidate[1]);
-          if (cost < best) {
-            fx = candidate[0];
-            fy = candidate[1];
-            best = cost;
-          }
-        }
-        const bool vertical = kForward ? y > d : y < height - d;
-        if (vertical) {
-          const cv::Vec2f& candidate = flowRow[(kForward ? -d : d) * flowStride + x];
-          const float cost = costAt(level, pixel, candidate[0], candidate[1]);
-          if (cost < best) {
-            fx = candidate[0];
-            fy = candidate[1];
-            best = cost;
-          }
+      float costs[kMaxCandidates];
+      for (int k = 0; k < count; ++k) {
+        costs[k] = costAt(level, pixel, (*candidates[k])[0], (*candidates[k])[1]);
+      }
+      for (int k = 0; k < count; ++k) {
+        if (costs[k] < best) {
+          fx = (*candidates[k])[0];
+          fy = (*candidates[k])[1];
+          best = costs[k];
         }
       }
 
@@ -169,11 +170,11 @@ float flowCost(const SweepInputs& inputs, int x, int y, float fx, float fy) {
 }
 
 void forwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide) {
-  sweep<true>(inputs, flow, wide);
+  wide ? sweep<true, true>(inputs, flow) : sweep<true, false>(inputs, flow);
 }
 
 void backwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide) {
-  sweep<false>(inputs, flow, wide);
+  wide ? sweep<false, true>(inputs, flow) : sweep<false, false>(inputs, flow);
 }
 
 void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1) {

@@ -1,0 +1,161 @@
+// Timings of the flow engine at the rig's sizes: one flow job and one overlap flow job on the
+// overlap of two neighbouring 8192 x 4096 projected images, and the whole ring stitch of six.
+//
+// The images are views of one panorama texture: the photograph named by VELMORA_BENCH_IMAGE, else
+// the first equirectangular photograph found in the shared test data, else a procedural texture
+// (multi-scale noise, edges and shapes). Each view looks 60 degrees further round, is valid over
+// its middle 120 degrees only and is displaced by a pixel or two, as projected shots are.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
+
+#include "flow/optical_flow.h"
+#include "flow/overlap_flow.h"
+#include "flow/stitch_driver.h"
+
+namespace {
+
+constexpr int kFrameWidth = 8192;
+constexpr int kFrameHeight = 4096;
+
+cv::Mat proceduralPanorama() {
+  cv::RNG rng(2026);
+  cv::Mat sum = cv::Mat::zeros(kFrameHeight / 4, kFrameWidth / 4, CV_32FC3);
+  for (double sigma : {1.0, 4.0, 16.0, 48.0}) {
+    cv::Mat noise(sum.size(), CV_32FC3);
+    rng.fill(noise, cv::RNG::UNIFORM, 0.0, 1.0);
+    cv::GaussianBlur(noise, noise, cv::Size(), sigma);
+    cv::normalize(noise, noise, -1.0, 1.0, cv::NORM_MINMAX);
+    sum += noise;
+  }
+  cv::Mat small;
+  sum.convertTo(small, CV_8UC3, 255.0 / 8.0, 127.5);
+  cv::Mat panorama;
+  cv::resize(small, panorama, cv::Size(kFrameWidth, kFrameHeight), 0, 0, cv::INTER_CUBIC);
+  for (int i = 0; i < 400; ++i) {
+    const cv::Point a(rng.uniform(0, kFrameWidth), rng.uniform(0, kFrameHeight));
+    const cv::Scalar colour(rng.uniform(0, 256), rng.uniform(0, 256), rng.uniform(0, 256));
+    switch (i % 3) {
+      case 0:
+        cv::circle(panorama, a, rng.uniform(10, 200), colour, cv::FILLED);
+        break;
+      case 1:
+        cv::rectangle(panorama, cv::Rect(a.x, a.y, rng.uniform(20, 400), rng.uniform(20, 400)),
+                      colour, cv::FILLED);
+        break;
+      default:
+        cv::line(panorama, a, a + cv::Point(rng.uniform(-600, 600), rng.uniform(-600, 600)), colour,
+                 rng.uniform(1, 8));
+    }
+  }
+  cv::Mat grain(panorama.size(), CV_8UC3);
+  rng.fill(grain, cv::RNG::UNIFORM, 0, 24);
+  panorama += grain;
+  return panorama;
+}
+
+std::string photographPath() {
+  if (const char* path = std::getenv("VELMORA_BENCH_IMAGE")) return path;
+  const std::filesystem::path data =
+      std::filesystem::path(__FILE__).parent_path() / "../../shared/data/real";
+  for (const char* name :
+       {"peppermint_powerplant_2_4k.jpg", "examplepano.jpg", "artist_workshop_4k.jpg"}) {
+    if (std::filesystem::exists(data / name)) return (data / name).string();
+  }
+  return "";
+}
+
+cv::Mat panoramaTexture() {
+  const std::string path = photographPath();
+  cv::Mat photo = path.empty() ? cv::Mat() : cv::imread(path, cv::IMREAD_COLOR);
+  if (photo.empty()) {
+    std::cerr << "texture: procedural\n";
+    return proceduralPanorama();
+  }
+  std::cerr << "texture: " << path << "\n";
+  cv::Mat panorama;
+  cv::resize(photo, panorama, cv::Size(kFrameWidth, kFrameHeight), 0, 0, cv::INTER_CUBIC);
+  return panorama;
+}
+
+// View i of the panorama: longitude i x 60 degrees at its centre column, displaced by
+// (i % 3 - 1, (i + 1) % 3 - 1) pixels, valid over columns W/3 - 64 to 2W/3 + 64.
+cv::Mat ringView(const cv::Mat& panorama, int i) {
+  const int first = kFrameWidth / 3 - 64;
+  const int last = 2 * kFrameWidth / 3 + 64;
+  cv::Mat mapX(kFrameHeight, last - first, CV_32F);
+  cv::Mat mapY(kFrameHeight, last - first, CV_32F);
+  const float dx = static_cast<float>(i % 3 - 1);
+  const float dy = static_cast<float>((i + 1) % 3 - 1);
+  for (int y = 0; y < kFrameHeight; ++y) {
+    float* mx = mapX.ptr<float>(y);
+    float* my = mapY.ptr<float>(y);
+    for (int c = first; c < last; ++c) {
+      const int longitude = c - kFrameWidth / 2 + i * kFrameWidth / 6;
+      mx[c - first] = static_cast<float>((longitude + kFrameWidth) % kFrameWidth) - dx;
+      my[c - first] = static_cast<float>(y) - dy;
+    }
+  }
+  cv::Mat visible;
+  cv::remap(panorama, visible, mapX, mapY, cv::INTER_CUBIC, cv::BORDER_REFLECT);
+  cv::Mat view = cv::Mat::zeros(kFrameHeight, kFrameWidth, CV_8UC4);
+  cv::cvtColor(visible, view.colRange(first, last), cv::COLOR_BGR2BGRA);
+  return view;
+}
+
+const std::vector<cv::Mat>& ring() {
+  static const std::vector<cv::Mat> views = [] {
+    const cv::Mat panorama = panoramaTexture();
+    std::vector<cv::Mat> all;
+    for (int i = 0; i < 6; ++i) all.push_back(ringView(panorama, i));
+    return all;
+  }();
+  return views;
+}
+
+void BM_FlowJob(benchmark::State& state) {
+  velmora::SeamOverlap overlap;
+  velmora::cutOutOverlap(ring()[0], ring()[1], overlap);
+  for (auto _ : state) {
+    cv::Mat flow;
+    velmora::computeOpticalFlow(overlap.firstCut, overlap.secondCut, flow, velmora::kHintLeftward,
+                                true);
+    benchmark::DoNotOptimize(flow.data);
+  }
+  state.SetLabel(std::to_string(overlap.firstCut.cols) + "x" +
+                 std::to_string(overlap.firstCut.rows) + " BGRA cut-outs");
+}
+
+void BM_OverlapFlowJob(benchmark::State& state) {
+  for (auto _ : state) {
+    velmora::SeamOverlap overlap;
+    velmora::runOverlapFlowJob(ring()[0], ring()[1], overlap, false);
+    benchmark::DoNotOptimize(overlap.flowSecondToFirst.data);
+  }
+}
+
+void BM_StitchRing(benchmark::State& state) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::vector<cv::Mat> images;
+    for (const cv::Mat& view : ring()) images.push_back(view.clone());
+    state.ResumeTiming();
+    cv::Mat panorama;
+    velmora::stitchRing(panorama, images, 60.0f, 6, kFrameWidth, kFrameHeight);
+    benchmark::DoNotOptimize(panorama.data);
+  }
+}
+
+}  // namespace
+
+BENCHMARK(BM_FlowJob)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_OverlapFlowJob)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_StitchRing)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+BENCHMARK_MAIN();
