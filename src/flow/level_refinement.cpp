@@ -155,20 +155,6 @@ cv::Mat smoothPrior(const cv::Mat& flow) {
   return prior;
 }
 
-float flowCost(const SweepInputs& inputs, int x, int y, float fx, float fy) {
-  requireSweepInputs(inputs, inputs.prior);
-  cv::Mat gradient1x, gradient1y;
-  const LevelCostContext level = costContextOf(inputs, gradient1x, gradient1y);
-  const cv::Vec2f prior = inputs.prior.at<cv::Vec2f>(y, x);
-  const PixelTerms pixel{static_cast<float>(x),
-                         static_cast<float>(y),
-                         inputs.gradient0x.at<float>(y, x),
-                         inputs.gradient0y.at<float>(y, x),
-                         prior[0],
-                         prior[1]};
-  return costAt(level, pixel, fx, fy);
-}
-
 void forwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide) {
   wide ? sweep<true, true>(inputs, flow) : sweep<true, false>(inputs, flow);
 }

@@ -32,13 +32,11 @@ void greyGradients(const cv::Mat& grey, cv::Mat& gradientX, cv::Mat& gradientY);
 // The smooth prior of a flow field: its 15 x 15 Gaussian blur of sigma 8.
 cv::Mat smoothPrior(const cv::Mat& flow);
 
-// The cost of flow f = (fx, fy) at pixel (x, y), with S the bilinear sample and W x H the level's
-// size: |(G0x(p) - S(G1x, p + f), G0y(p) - S(G1y, p + f))| + 0.012 |f - P(p)| + 0.02 |fy| / W +
-// 0.02 |fx| / H, all in 32-bit float.
-float flowCost(const SweepInputs& inputs, int x, int y, float fx, float fy);
-
 // The forward sweep over `flow` (CV_32FC2 of the inputs' size, updated in place): rows top to
-// bottom, columns left to right, visiting pixels whose two alphas are both above 0.9. A visited
+// bottom, columns left to right, visiting pixels whose two alphas are both above 0.9. The cost of
+// flow f at pixel p on a level of W x H, with S the bilinear sample, is
+// |(G0x(p) - S(G1x, p + f), G0y(p) - S(G1y, p + f))| + 0.012 |f - P(p)| + 0.02 |fy| / W +
+// 0.02 |fx| / H, all in 32-bit float (the length terms are crossed on purpose). A visited
 // pixel takes, in turn for d = 1 (narrow) or d = 2, 4, 6, 8 (wide), the flow of (x - d, y) when
 // x > d and then of (y - d, x) when y > d, whenever it costs strictly less; then it takes one
 // gradient step f - 0.5 (E(f + delta) - E(f)) / 0.001 per component. Throws Failure on sizes or
