@@ -31,6 +31,9 @@ struct PixelTerms {
   float priorX, priorY;
 };
 
+// The cost of flow (fx, fy) at a pixel. The vertical displacement is divided by the width and
+// the horizontal one by the height; that crossing is intended. |f| of a float is exact, whatever
+// the precision it is taken in.
 inline float costAt(const LevelCostContext& level, const PixelTerms& pixel, float fx, float fy) {
   const BilinearCell cell = locateBilinear(pixel.x + fx, pixel.y + fy, level.maxX, level.maxY);
   const float ex = pixel.gradient0x - sampleAt(level.gradient1x, level.stride, cell);
@@ -75,7 +78,7 @@ LevelCostContext costContextOf(const SweepInputs& in, cv::Mat& gradient1xStorage
 // One sweep. Forward walks rows and columns upwards and takes candidates at -d; backward walks
 // downwards and takes candidates at +d. The candidates of a pixel are fixed while it is visited
 // (none of them is the pixel itself), so their costs are computed together first and then taken
-// in the specified order: horizontal then vertical for each d, strictly lower cost wins.
+// in visiting order: horizontal then vertical for each d, strictly lower cost wins.
 template <bool kForward, bool kWide>
 void sweep(const SweepInputs& in, cv::Mat& flow) {
   constexpr int kStep = kWide ? 2 : 1;
@@ -105,8 +108,9 @@ void sweep(const SweepInputs& in, cv::Mat& flow) {
       const cv::Vec2f* candidates[kMaxCandidates];
       int count = 0;
       for (int d = kStep; d < kLimit; d += kStep) {
-        if (kForward ? x > d : x < width - d)
+        if (kForward ? x > d : x < width - d) {
           candidates[count++] = flowRow + (kForward ? x - d : x + d);
+        }
         if (kForward ? y > d : y < height - d) {
           candidates[count++] = flowRow + (kForward ? -d : d) * flowStride + x;
         }

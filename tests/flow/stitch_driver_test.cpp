@@ -184,7 +184,7 @@ TEST(StitchTwoRings, LowerRingIsWarpedWithTheUpperRingsFlows) {
 
 // Six flat images of values v(i): each pair ratio is v(i) / v(i + 1), so every image ends at
 // v(0) / N. Image 0 is brighter right of its centre than left of it, which leaves a closing
-// error g(6) = 1.5 around the ring: its left part takes g(6) / N and its right part 1 / N.
+// error g(6) = 1.5 around the ring: its left columns take g(6) / N, its right ones 1 / N.
 TEST(RingBrightness, EqualisesAroundTheRingAndSpreadsTheClosingErrorOverImageZero) {
   const int values[] = {100, 120, 90, 110, 130, 80};
   std::vector<cv::Mat> ring;
