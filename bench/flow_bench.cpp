@@ -85,15 +85,15 @@ cv::Mat panoramaTexture() {
   return panorama;
 }
 
-// View i of the panorama: longitude i x 60 degrees at its centre column, displaced by
-// (i % 3 - 1, (i + 1) % 3 - 1) pixels, valid over columns W/3 - 64 to 2W/3 + 64.
+// View i of the panorama: longitude i x 60 degrees at its centre column, its content displaced
+// by (1, 0) pixels for even i and (-2, 1) for odd i, valid over columns W/3 - 64 to 2W/3 + 64.
 cv::Mat ringView(const cv::Mat& panorama, int i) {
   const int first = kFrameWidth / 3 - 64;
   const int last = 2 * kFrameWidth / 3 + 64;
   cv::Mat mapX(kFrameHeight, last - first, CV_32F);
   cv::Mat mapY(kFrameHeight, last - first, CV_32F);
-  const float dx = static_cast<float>(i % 3 - 1);
-  const float dy = static_cast<float>((i + 1) % 3 - 1);
+  const float dx = i % 2 == 0 ? 1.0f : -2.0f;
+  const float dy = i % 2 == 0 ? 0.0f : 1.0f;
   for (int y = 0; y < kFrameHeight; ++y) {
     float* mx = mapX.ptr<float>(y);
     float* my = mapY.ptr<float>(y);
@@ -120,25 +120,37 @@ const std::vector<cv::Mat>& ring() {
   return views;
 }
 
+// The mean flow over the middle third of the cut-outs, where both are valid. From view 0 to view
+// 1 the content moves by (-2, 1): -3 columns of displacement, +1 from the rounding of the
+// cut-out positions, and 1 row.
+void reportMeanFlow(benchmark::State& state, const cv::Mat& flow) {
+  const cv::Scalar mean =
+      cv::mean(flow(cv::Rect(flow.cols / 3 + 16, 16, flow.cols / 3 - 32, flow.rows - 32)));
+  state.counters["flow_dx"] = mean[0];
+  state.counters["flow_dy"] = mean[1];
+}
+
 void BM_FlowJob(benchmark::State& state) {
   velmora::SeamOverlap overlap;
   velmora::cutOutOverlap(ring()[0], ring()[1], overlap);
+  cv::Mat flow;
   for (auto _ : state) {
-    cv::Mat flow;
     velmora::computeOpticalFlow(overlap.firstCut, overlap.secondCut, flow, velmora::kHintLeftward,
                                 true);
     benchmark::DoNotOptimize(flow.data);
   }
   state.SetLabel(std::to_string(overlap.firstCut.cols) + "x" +
                  std::to_string(overlap.firstCut.rows) + " BGRA cut-outs");
+  reportMeanFlow(state, flow);
 }
 
 void BM_OverlapFlowJob(benchmark::State& state) {
+  velmora::SeamOverlap overlap;
   for (auto _ : state) {
-    velmora::SeamOverlap overlap;
     velmora::runOverlapFlowJob(ring()[0], ring()[1], overlap, false);
     benchmark::DoNotOptimize(overlap.flowSecondToFirst.data);
   }
+  reportMeanFlow(state, overlap.flowFirstToSecond);
 }
 
 void BM_StitchRing(benchmark::State& state) {
