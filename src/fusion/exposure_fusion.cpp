@@ -1,0 +1,231 @@
+#include "fusion/exposure_fusion.h"
+
+#include <algorithm>
+#include <array>
+#include <opencv2/imgcodecs.hpp>
+
+#include "fusion/color_conversion.h"
+#include "fusion/pyramid.h"
+#include "fusion/white_balance.h"
+
+namespace velmora {
+namespace {
+
+constexpr int kExposureCount = 3;
+// Shadow lift of the first exposure: a pixel whose brightest channel V is below kLiftLimit is
+// multiplied by (kLiftLimit - V) / kLiftLimit * kLiftStrength + 1 (black becomes 1.8 times).
+constexpr float kLiftLimit = 150.0f;
+constexpr float kLiftStrength = 0.8f;
+// 8-bit values to 0..1.
+constexpr float kUnitScale = 0.003921569f;
+// Well-exposedness: a Gaussian around kBestLuma, scaled by 1 / sigma^2 with sigma 0.2 (both in
+// single precision); luma above kOverExposedLuma never contributes.
+constexpr float kBestLuma = 0.6f;
+constexpr float kInverseSigmaSquared = 24.999998f;
+constexpr float kOverExposedLuma = 0.98f;
+// Raises every exposure's weight so that no sum is exactly zero.
+constexpr float kWeightFloor = 1e-12f;
+// Below this first sum no exposure is usable and the first one is taken.
+constexpr float kUnusableSum = 1e-6f;
+// Fixed preference of the three exposures, applied after the data-driven normalisation.
+constexpr std::array<float, kExposureCount> kPreference = {3.0f, 7.0f, 12.0f};
+// The fused image is stretched only when every channel's maximum exceeds this.
+constexpr float kStretchThreshold = 0.9f;
+
+cv::Mat readExposure(const std::string& path) {
+  cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+  if (image.empty()) CV_Error(cv::Error::StsError, "Cannot read exposure \"" + path + "\".");
+  return image;
+}
+
+// One pixel of an 8-bit exposure as Y U V in 0..1, with the shadow lift when lift is set.
+inline void exposurePixelToYuv(const uchar* pixel, bool lift, float* yuv) {
+  float bgr[3] = {static_cast<float>(pixel[0]), static_cast<float>(pixel[1]),
+                  static_cast<float>(pixel[2])};
+  if (lift) {
+    const float brightest = std::max(bgr[0], std::max(bgr[1], bgr[2]));
+    if (brightest < kLiftLimit) {
+      const float factor = (kLiftLimit - brightest) / kLiftLimit * kLiftStrength + 1.0f;
+      for (float& value : bgr) value *= factor;
+    }
+  }
+  for (float& value : bgr) value *= kUnitScale;
+  bgrPixelToYuv(bgr, yuv);
+}
+
+// Channel `channel` of a row of an 8-bit exposure in the blend's space.
+void exposureRowChannel(const cv::Mat& exposure, bool lift, int channel, int y, float* values) {
+  const uchar* pixels = exposure.ptr<uchar>(y);
+  float yuv[3];
+  for (int x = 0; x < exposure.cols; ++x) {
+    exposurePixelToYuv(pixels + 3 * x, lift, yuv);
+    values[x] = yuv[channel];
+  }
+}
+
+// Y, U, V planes back to B, G, R in place; returns the maximum of each channel (from 0).
+std::array<float, 3> planesToBgr(std::vector<cv::Mat>& planes) {
+  std::array<float, 3> maxima = {0.0f, 0.0f, 0.0f};
+  for (int y = 0; y < planes[0].rows; ++y) {
+    float* p0 = planes[0].ptr<float>(y);
+    float* p1 = planes[1].ptr<float>(y);
+    float* p2 = planes[2].ptr<float>(y);
+    for (int x = 0; x < planes[0].cols; ++x) {
+      const float yuv[3] = {p0[x], p1[x], p2[x]};
+      float bgr[3];
+      yuvPixelToBgr(yuv, bgr);
+      p0[x] = bgr[0];
+      p1[x] = bgr[1];
+      p2[x] = bgr[2];
+      maxima[0] = std::max(maxima[0], bgr[0]);
+      maxima[1] = std::max(maxima[1], bgr[1]);
+      maxima[2] = std::max(maxima[2], bgr[2]);
+    }
+  }
+  return maxima;
+}
+
+// B, G, R planes in 0..1 to an 8-bit image: stretched by the smallest channel maximum m
+// (x -> min(m, max(0, x)) / m) when every maximum exceeds the threshold, then times 255 and
+// saturated.
+cv::Mat planesTo8Bit(const std::vector<cv::Mat>& planes, const std::array<float, 3>& maxima) {
+  const bool stretch = maxima[0] > kStretchThreshold && maxima[1] > kStretchThreshold &&
+                       maxima[2] > kStretchThreshold;
+  const float ceiling = std::min(maxima[0], std::min(maxima[1], maxima[2]));
+  cv::Mat image(planes[0].size(), CV_8UC3);
+  for (int y = 0; y < image.rows; ++y) {
+    const float* channels[3] = {planes[0].ptr<float>(y), planes[1].ptr<float>(y),
+                                planes[2].ptr<float>(y)};
+    uchar* out = image.ptr<uchar>(y);
+    for (int c = 0; c < 3; ++c) {
+      const float* in = channels[c];
+      if (stretch) {
+        for (int x = 0; x < image.cols; ++x) {
+          const float value = std::min(ceiling, std::max(0.0f, in[x])) / ceiling;
+          out[3 * x + c] = cv::saturate_cast<uchar>(value * 255.0f);
+        }
+      } else {
+        for (int x = 0; x < image.cols; ++x) {
+          out[3 * x + c] = cv::saturate_cast<uchar>(in[x] * 255.0f);
+        }
+      }
+    }
+  }
+  return image;
+}
+
+void requireSameSize(const cv::Mat& first, const cv::Mat& other, const std::string& path) {
+  if (other.size() != first.size()) {
+    CV_Error(cv::Error::StsUnmatchedSizes,
+             "Exposure \"" + path + "\" differs in size from the first exposure.");
+  }
+}
+
+}  // namespace
+
+cv::Mat wellExposedness(const cv::Mat& image) {
+  CV_Assert(image.depth() == CV_32F && !image.empty());
+  const int stride = image.channels();
+  cv::Mat weight(image.size(), CV_32F);
+  for (int y = 0; y < image.rows; ++y) {
+    const float* luma = image.ptr<float>(y);
+    float* w = weight.ptr<float>(y);
+    for (int x = 0; x < image.cols; ++x) {
+      const float offset = luma[x * stride] - kBestLuma;
+      w[x] = offset * offset * -0.5f * kInverseSigmaSquared;
+    }
+  }
+  cv::exp(weight, weight);
+  for (int y = 0; y < image.rows; ++y) {
+    const float* luma = image.ptr<float>(y);
+    float* w = weight.ptr<float>(y);
+    for (int x = 0; x < image.cols; ++x) {
+      if (luma[x * stride] > kOverExposedLuma) w[x] = 0.0f;
+    }
+  }
+  return weight;
+}
+
+void computeExposureWeights(const std::vector<cv::Mat>& exposures, std::vector<cv::Mat>& weights) {
+  CV_Assert(exposures.size() == kExposureCount && weights.size() == kExposureCount);
+  const cv::Size size = exposures[0].size();
+  for (int i = 0; i < kExposureCount; ++i) {
+    CV_Assert(exposures[i].depth() == CV_32F && exposures[i].size() == size);
+    CV_Assert(weights[i].type() == CV_32F && weights[i].size() == size);
+    // Maps that share a buffer (copies of one Mat) would overwrite each other.
+    for (int j = 0; j < i; ++j) {
+      if (weights[i].data == weights[j].data) weights[i] = weights[i].clone();
+    }
+  }
+  for (int i = 0; i < kExposureCount; ++i) {
+    const cv::Mat exposedness = wellExposedness(exposures[i]);
+    for (int y = 0; y < size.height; ++y) {
+      float* w = weights[i].ptr<float>(y);
+      const float* e = exposedness.ptr<float>(y);
+      for (int x = 0; x < size.width; ++x) w[x] = w[x] * e[x] + kWeightFloor;
+    }
+  }
+  for (int y = 0; y < size.height; ++y) {
+    float* w1 = weights[0].ptr<float>(y);
+    float* w2 = weights[1].ptr<float>(y);
+    float* w3 = weights[2].ptr<float>(y);
+    for (int x = 0; x < size.width; ++x) {
+      const float sum1 = w1[x] + w2[x] + w3[x];
+      const float a = w1[x] / sum1 * kPreference[0];
+      const float b = w2[x] / sum1 * kPreference[1];
+      const float c = w3[x] / sum1 * kPreference[2];
+      const float sum2 = a + b + c;
+      if (sum1 < kUnusableSum) {
+        w1[x] = 1.0f;
+        w2[x] = 0.0f;
+        w3[x] = 0.0f;
+      } else {
+        w1[x] = a / sum2;
+        w2[x] = b / sum2;
+        w3[x] = c / sum2;
+      }
+    }
+  }
+}
+
+bool fuseExposures(const std::string& path1, const std::string& path2, const std::string& path3,
+                   cv::Mat& out, float gain1, float gain2, float gain3) {
+  std::array<cv::Mat, kExposureCount> shots;
+  shots[0] = readExposure(path1);
+  shots[1] = readExposure(path2);
+  requireSameSize(shots[0], shots[1], path2);
+  shots[2] = readExposure(path3);
+  requireSameSize(shots[0], shots[2], path3);
+  const cv::Size size = shots[0].size();
+
+  // The float Y U V exposures are never held whole: the blend reads them row by row from the
+  // 8-bit shots, lifting the first one's shadows on the way.
+  const ExposureRowReader readRow = [&shots](int exposure, int channel, int y, float* values) {
+    exposureRowChannel(shots[exposure], exposure == 0, channel, y, values);
+  };
+
+  std::vector<cv::Mat> weights(kExposureCount);
+  {
+    std::vector<cv::Mat> lumas(kExposureCount);
+    for (int i = 0; i < kExposureCount; ++i) {
+      lumas[i].create(size, CV_32F);
+      for (int y = 0; y < size.height; ++y) readRow(i, 0, y, lumas[i].ptr<float>(y));
+      weights[i] = cv::Mat::ones(size, CV_32F);
+    }
+    computeExposureWeights(lumas, weights);
+  }
+
+  std::vector<cv::Mat> planes(3);
+  for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights);
+  weights.clear();
+  for (cv::Mat& shot : shots) shot.release();
+
+  const std::array<float, 3> maxima = planesToBgr(planes);
+  cv::Mat fused = planesTo8Bit(planes, maxima);
+  planes.clear();
+  applyWhiteBalanceGains(fused, gain1, gain2, gain3);
+  out = fused;
+  return true;
+}
+
+}  // namespace velmora
