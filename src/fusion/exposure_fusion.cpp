@@ -38,30 +38,60 @@ cv::Mat readExposure(const std::string& path) {
   return image;
 }
 
-// One pixel of an 8-bit exposure as Y U V in 0..1, with the shadow lift when lift is set.
-inline void exposurePixelToYuv(const uchar* pixel, bool lift, float* yuv) {
-  float bgr[3] = {static_cast<float>(pixel[0]), static_cast<float>(pixel[1]),
-                  static_cast<float>(pixel[2])};
-  if (lift) {
-    const float brightest = std::max(bgr[0], std::max(bgr[1], bgr[2]));
-    if (brightest < kLiftLimit) {
-      const float factor = (kLiftLimit - brightest) / kLiftLimit * kLiftStrength + 1.0f;
+// Channel `Channel` (Y, U or V, in 0..1 scale) of a row of B G R floats in 0..255, with the
+// shadow lift when Lift is set. Branch-free so that the compiler can vectorise it: a factor of 1
+// leaves a pixel exactly as it is.
+template <int Channel, bool Lift>
+void exposureRowChannel(const float* bgrRow, int width, float* values) {
+  for (int x = 0; x < width; ++x) {
+    float bgr[3] = {bgrRow[3 * x], bgrRow[3 * x + 1], bgrRow[3 * x + 2]};
+    if (Lift) {
+      const float brightest = std::max(bgr[0], std::max(bgr[1], bgr[2]));
+      const float factor = brightest < kLiftLimit
+                               ? (kLiftLimit - brightest) / kLiftLimit * kLiftStrength + 1.0f
+                               : 1.0f;
       for (float& value : bgr) value *= factor;
     }
+    for (float& value : bgr) value *= kUnitScale;
+    float yuv[3];
+    bgrPixelToYuv(bgr, yuv);
+    values[x] = yuv[Channel];
   }
-  for (float& value : bgr) value *= kUnitScale;
-  bgrPixelToYuv(bgr, yuv);
 }
 
-// Channel `channel` of a row of an 8-bit exposure in the blend's space.
-void exposureRowChannel(const cv::Mat& exposure, bool lift, int channel, int y, float* values) {
-  const uchar* pixels = exposure.ptr<uchar>(y);
-  float yuv[3];
-  for (int x = 0; x < exposure.cols; ++x) {
-    exposurePixelToYuv(pixels + 3 * x, lift, yuv);
-    values[x] = yuv[channel];
+template <bool Lift>
+void exposureRowChannel(const float* bgrRow, int width, int channel, float* values) {
+  switch (channel) {
+    case 0:
+      return exposureRowChannel<0, Lift>(bgrRow, width, values);
+    case 1:
+      return exposureRowChannel<1, Lift>(bgrRow, width, values);
+    default:
+      return exposureRowChannel<2, Lift>(bgrRow, width, values);
   }
 }
+
+// Reads rows of the 8-bit shots as the blend's Y U V planes; the first shot's shadows are
+// lifted. One reader per fusion (it keeps a row buffer).
+class ShotRowReader {
+ public:
+  explicit ShotRowReader(const std::array<cv::Mat, kExposureCount>& shots)
+      : shots_(shots), row_(1, shots[0].cols, CV_32FC3) {}
+
+  void operator()(int exposure, int channel, int y, float* values) {
+    shots_[exposure].row(y).convertTo(row_, CV_32F);
+    const float* bgr = row_.ptr<float>();
+    if (exposure == 0) {
+      exposureRowChannel<true>(bgr, row_.cols, channel, values);
+    } else {
+      exposureRowChannel<false>(bgr, row_.cols, channel, values);
+    }
+  }
+
+ private:
+  const std::array<cv::Mat, kExposureCount>& shots_;
+  cv::Mat row_;
+};
 
 // Y, U, V planes back to B, G, R in place; returns the maximum of each channel (from 0).
 std::array<float, 3> planesToBgr(std::vector<cv::Mat>& planes) {
@@ -146,30 +176,33 @@ cv::Mat wellExposedness(const cv::Mat& image) {
   return weight;
 }
 
-void computeExposureWeights(const std::vector<cv::Mat>& exposures, std::vector<cv::Mat>& weights) {
-  CV_Assert(exposures.size() == kExposureCount && weights.size() == kExposureCount);
-  const cv::Size size = exposures[0].size();
-  for (int i = 0; i < kExposureCount; ++i) {
-    CV_Assert(exposures[i].depth() == CV_32F && exposures[i].size() == size);
-    CV_Assert(weights[i].type() == CV_32F && weights[i].size() == size);
-    // Maps that share a buffer (copies of one Mat) would overwrite each other.
-    for (int j = 0; j < i; ++j) {
-      if (weights[i].data == weights[j].data) weights[i] = weights[i].clone();
+namespace {
+
+// weight = weight * wellExposedness(exposure) + 1e-12 (exposedness to the power 1). An empty
+// weight stands for all ones; it then takes over the exposedness map's buffer.
+void weighByExposedness(const cv::Mat& exposure, cv::Mat& weight) {
+  const cv::Mat exposedness = wellExposedness(exposure);
+  const bool allOnes = weight.empty();
+  if (allOnes) weight = exposedness;
+  for (int y = 0; y < weight.rows; ++y) {
+    float* w = weight.ptr<float>(y);
+    const float* e = exposedness.ptr<float>(y);
+    if (allOnes) {
+      for (int x = 0; x < weight.cols; ++x) w[x] = e[x] + kWeightFloor;
+    } else {
+      for (int x = 0; x < weight.cols; ++x) w[x] = w[x] * e[x] + kWeightFloor;
     }
   }
-  for (int i = 0; i < kExposureCount; ++i) {
-    const cv::Mat exposedness = wellExposedness(exposures[i]);
-    for (int y = 0; y < size.height; ++y) {
-      float* w = weights[i].ptr<float>(y);
-      const float* e = exposedness.ptr<float>(y);
-      for (int x = 0; x < size.width; ++x) w[x] = w[x] * e[x] + kWeightFloor;
-    }
-  }
-  for (int y = 0; y < size.height; ++y) {
+}
+
+// Normalises three weighted maps to sum 1 per pixel, applies the fixed preference and
+// normalises again; where the first sum is below kUnusableSum the first exposure takes all.
+void normaliseExposureWeights(std::vector<cv::Mat>& weights) {
+  for (int y = 0; y < weights[0].rows; ++y) {
     float* w1 = weights[0].ptr<float>(y);
     float* w2 = weights[1].ptr<float>(y);
     float* w3 = weights[2].ptr<float>(y);
-    for (int x = 0; x < size.width; ++x) {
+    for (int x = 0; x < weights[0].cols; ++x) {
       const float sum1 = w1[x] + w2[x] + w3[x];
       const float a = w1[x] / sum1 * kPreference[0];
       const float b = w2[x] / sum1 * kPreference[1];
@@ -188,6 +221,23 @@ void computeExposureWeights(const std::vector<cv::Mat>& exposures, std::vector<c
   }
 }
 
+}  // namespace
+
+void computeExposureWeights(const std::vector<cv::Mat>& exposures, std::vector<cv::Mat>& weights) {
+  CV_Assert(exposures.size() == kExposureCount && weights.size() == kExposureCount);
+  const cv::Size size = exposures[0].size();
+  for (int i = 0; i < kExposureCount; ++i) {
+    CV_Assert(exposures[i].depth() == CV_32F && exposures[i].size() == size);
+    CV_Assert(weights[i].type() == CV_32F && weights[i].size() == size);
+    // Maps that share a buffer (copies of one Mat) would overwrite each other.
+    for (int j = 0; j < i; ++j) {
+      if (weights[i].data == weights[j].data) weights[i] = weights[i].clone();
+    }
+  }
+  for (int i = 0; i < kExposureCount; ++i) weighByExposedness(exposures[i], weights[i]);
+  normaliseExposureWeights(weights);
+}
+
 bool fuseExposures(const std::string& path1, const std::string& path2, const std::string& path3,
                    cv::Mat& out, float gain1, float gain2, float gain3) {
   std::array<cv::Mat, kExposureCount> shots;
@@ -200,20 +250,21 @@ bool fuseExposures(const std::string& path1, const std::string& path2, const std
 
   // The float Y U V exposures are never held whole: the blend reads them row by row from the
   // 8-bit shots, lifting the first one's shadows on the way.
-  const ExposureRowReader readRow = [&shots](int exposure, int channel, int y, float* values) {
-    exposureRowChannel(shots[exposure], exposure == 0, channel, y, values);
+  ShotRowReader shotReader(shots);
+  const ExposureRowReader readRow = [&shotReader](int exposure, int channel, int y, float* values) {
+    shotReader(exposure, channel, y, values);
   };
 
+  // Weights one exposure at a time: its luma plane goes through one reused buffer.
   std::vector<cv::Mat> weights(kExposureCount);
   {
-    std::vector<cv::Mat> lumas(kExposureCount);
+    cv::Mat luma(size, CV_32F);
     for (int i = 0; i < kExposureCount; ++i) {
-      lumas[i].create(size, CV_32F);
-      for (int y = 0; y < size.height; ++y) readRow(i, 0, y, lumas[i].ptr<float>(y));
-      weights[i] = cv::Mat::ones(size, CV_32F);
+      for (int y = 0; y < size.height; ++y) readRow(i, 0, y, luma.ptr<float>(y));
+      weighByExposedness(luma, weights[i]);
     }
-    computeExposureWeights(lumas, weights);
   }
+  normaliseExposureWeights(weights);
 
   std::vector<cv::Mat> planes(3);
   for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights);
