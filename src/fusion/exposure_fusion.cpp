@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <opencv2/imgcodecs.hpp>
 
 #include "fusion/color_conversion.h"
@@ -32,8 +33,16 @@ constexpr std::array<float, kExposureCount> kPreference = {3.0f, 7.0f, 12.0f};
 // The fused image is stretched only when every channel's maximum exceeds this.
 constexpr float kStretchThreshold = 0.9f;
 
+// Reads one exposure in colour. A path that cannot be read (an empty one included) raises
+// cv::Exception before the decoder is asked, which would log a warning from the fusion's thread.
 cv::Mat readExposure(const std::string& path) {
-  cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+  char firstByte = 0;
+  std::ifstream file(path, std::ios::binary);
+  cv::Mat image;
+  if (file.get(firstByte)) {
+    file.close();
+    image = cv::imread(path, cv::IMREAD_COLOR);
+  }
   if (image.empty()) CV_Error(cv::Error::StsError, "Cannot read exposure \"" + path + "\".");
   return image;
 }

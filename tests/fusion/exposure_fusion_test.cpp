@@ -176,6 +176,8 @@ TEST_F(FuseExposures, UnreadableOrMismatchedShotsRaise) {
   // An empty first path is what every fusion of a two-exposure bracket receives.
   EXPECT_THROW(fuseExposures("", good, good, out, 1, 1, 1), cv::Exception);
   EXPECT_THROW(fuseExposures(good, dir_.file("missing.png"), good, out, 1, 1, 1), cv::Exception);
+  testing::writeTextFile(dir_.file("corrupt.jpg"), "not an image");
+  EXPECT_THROW(fuseExposures(good, good, dir_.file("corrupt.jpg"), out, 1, 1, 1), cv::Exception);
   EXPECT_THROW(fuseExposures(good, good, small, out, 1, 1, 1), cv::Exception);
   EXPECT_THROW(fuseExposures(small, good, good, out, 1, 1, 1), cv::Exception);
   EXPECT_EQ(out.type(), CV_8UC1);

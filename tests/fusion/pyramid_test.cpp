@@ -180,6 +180,9 @@ TEST(PyramidBlend, TinyImagesStillBlend) {
   cv::Mat out;
   blendExposurePyramids({a, b}, weightsFor(size, {0.5f, 0.5f}), out);
   EXPECT_LT(cv::norm(out, 0.5 * a + 0.5 * b, cv::NORM_INF), 1e-5);
+  // Three exposures: the first one's detail term works on the single level as well.
+  blendExposurePyramids({a, a, a}, weightsFor(size, {0.2f, 0.3f, 0.5f}), out);
+  EXPECT_LT(cv::norm(out, a, cv::NORM_INF), 1e-5);
 }
 
 }  // namespace
