@@ -47,18 +47,22 @@ cv::Mat readExposure(const std::string& path) {
   return image;
 }
 
-// Channel `Channel` (Y, U or V, in 0..1 scale) of a row of B G R floats in 0..255, with the
-// shadow lift when Lift is set. Branch-free so that the compiler can vectorise it: a factor of 1
-// leaves a pixel exactly as it is.
+// Channel `Channel` (Y, U or V, in 0..1 scale) of a row of 8-bit B, G and R values, with the
+// shadow lift when Lift is set. The lift is written without float comparisons and branches so
+// that the compiler can vectorise the loop: max(0, 150 - V) in integers is exactly the float
+// 150 - V below 150, and a deficit of 0 gives the factor 1, which leaves a pixel as it is.
 template <int Channel, bool Lift>
-void exposureRowChannel(const float* bgrRow, int width, float* values) {
+void exposureRowChannel(const uchar* blue, const uchar* green, const uchar* red, int width,
+                        float* values) {
+  const int liftLimit = static_cast<int>(kLiftLimit);
   for (int x = 0; x < width; ++x) {
-    float bgr[3] = {bgrRow[3 * x], bgrRow[3 * x + 1], bgrRow[3 * x + 2]};
+    float bgr[3] = {static_cast<float>(blue[x]), static_cast<float>(green[x]),
+                    static_cast<float>(red[x])};
     if (Lift) {
-      const float brightest = std::max(bgr[0], std::max(bgr[1], bgr[2]));
-      const float factor = brightest < kLiftLimit
-                               ? (kLiftLimit - brightest) / kLiftLimit * kLiftStrength + 1.0f
-                               : 1.0f;
+      const int greenOrRed = green[x] < red[x] ? red[x] : green[x];
+      const int brightest = blue[x] < greenOrRed ? greenOrRed : blue[x];
+      const int deficit = liftLimit - brightest > 0 ? liftLimit - brightest : 0;
+      const float factor = static_cast<float>(deficit) / kLiftLimit * kLiftStrength + 1.0f;
       for (float& value : bgr) value *= factor;
     }
     for (float& value : bgr) value *= kUnitScale;
@@ -69,37 +73,40 @@ void exposureRowChannel(const float* bgrRow, int width, float* values) {
 }
 
 template <bool Lift>
-void exposureRowChannel(const float* bgrRow, int width, int channel, float* values) {
+void exposureRowChannel(const std::vector<cv::Mat>& bgr, int channel, float* values) {
+  const uchar* b = bgr[0].ptr<uchar>();
+  const uchar* g = bgr[1].ptr<uchar>();
+  const uchar* r = bgr[2].ptr<uchar>();
   switch (channel) {
     case 0:
-      return exposureRowChannel<0, Lift>(bgrRow, width, values);
+      return exposureRowChannel<0, Lift>(b, g, r, bgr[0].cols, values);
     case 1:
-      return exposureRowChannel<1, Lift>(bgrRow, width, values);
+      return exposureRowChannel<1, Lift>(b, g, r, bgr[0].cols, values);
     default:
-      return exposureRowChannel<2, Lift>(bgrRow, width, values);
+      return exposureRowChannel<2, Lift>(b, g, r, bgr[0].cols, values);
   }
 }
 
 // Reads rows of the 8-bit shots as the blend's Y U V planes; the first shot's shadows are
-// lifted. One reader per fusion (it keeps a row buffer).
+// lifted. One reader per fusion (it keeps its row buffers).
 class ShotRowReader {
  public:
-  explicit ShotRowReader(const std::array<cv::Mat, kExposureCount>& shots)
-      : shots_(shots), row_(1, shots[0].cols, CV_32FC3) {}
+  explicit ShotRowReader(const std::array<cv::Mat, kExposureCount>& shots) : shots_(shots) {
+    for (int c = 0; c < 3; ++c) channels_.emplace_back(1, shots[0].cols, CV_8U);
+  }
 
   void operator()(int exposure, int channel, int y, float* values) {
-    shots_[exposure].row(y).convertTo(row_, CV_32F);
-    const float* bgr = row_.ptr<float>();
+    cv::split(shots_[exposure].row(y), channels_);
     if (exposure == 0) {
-      exposureRowChannel<true>(bgr, row_.cols, channel, values);
+      exposureRowChannel<true>(channels_, channel, values);
     } else {
-      exposureRowChannel<false>(bgr, row_.cols, channel, values);
+      exposureRowChannel<false>(channels_, channel, values);
     }
   }
 
  private:
   const std::array<cv::Mat, kExposureCount>& shots_;
-  cv::Mat row_;
+  std::vector<cv::Mat> channels_;
 };
 
 // Y, U, V planes back to B, G, R in place; returns the maximum of each channel (from 0).
