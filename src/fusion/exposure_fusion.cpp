@@ -271,19 +271,19 @@ bool fuseExposures(const std::string& path1, const std::string& path2, const std
     shotReader(exposure, channel, y, values);
   };
 
-  // Weights one exposure at a time: its luma plane goes through one reused buffer.
+  // Weights one exposure at a time: its luma plane goes through a buffer that the blends then
+  // reuse as their scratch plane.
   std::vector<cv::Mat> weights(kExposureCount);
-  {
-    cv::Mat luma(size, CV_32F);
-    for (int i = 0; i < kExposureCount; ++i) {
-      for (int y = 0; y < size.height; ++y) readRow(i, 0, y, luma.ptr<float>(y));
-      weighByExposedness(luma, weights[i]);
-    }
+  cv::Mat scratch(size, CV_32F);
+  for (int i = 0; i < kExposureCount; ++i) {
+    for (int y = 0; y < size.height; ++y) readRow(i, 0, y, scratch.ptr<float>(y));
+    weighByExposedness(scratch, weights[i]);
   }
   normaliseExposureWeights(weights);
 
   std::vector<cv::Mat> planes(3);
-  for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights);
+  for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights, scratch);
+  scratch.release();
   weights.clear();
   for (cv::Mat& shot : shots) shot.release();
 

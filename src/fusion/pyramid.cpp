@@ -157,7 +157,7 @@ cv::Mat collapseLaplacianPyramid(Pyramid& pyramid) {
 }
 
 cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
-                             const std::vector<cv::Mat>& weights) {
+                             const std::vector<cv::Mat>& weights, cv::Mat& scratch) {
   CV_Assert(!weights.empty() && !weights[0].empty());
   const cv::Size size = weights[0].size();
   for (const cv::Mat& weight : weights) CV_Assert(weight.type() == CV_32F && weight.size() == size);
@@ -173,12 +173,12 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
   cv::Mat topWeightSum;
   // Holds an exposure's full-size plane until its pyrDown, then the upsampled halves of each
   // level, and finally the upsampled levels of the collapse.
-  cv::Mat scratch(size, CV_32F);
+  cv::Mat plane = scratchView(scratch, size, CV_32F);
   std::vector<float> row(size.width);
 
   for (int i = 0; i < exposureCount; ++i) {
-    for (int y = 0; y < size.height; ++y) readRow(i, channel, y, scratch.ptr<float>(y));
-    cv::Mat lowPass = scratch;
+    for (int y = 0; y < size.height; ++y) readRow(i, channel, y, plane.ptr<float>(y));
+    cv::Mat lowPass = plane;
     cv::Mat weight = weights[i];
     for (int k = 0; k < top; ++k) {
       cv::Mat down;
@@ -222,7 +222,8 @@ void blendExposurePyramids(std::vector<cv::Mat> exposures, std::vector<cv::Mat> 
     for (int x = 0; x < width; ++x) values[x] = pixels[3 * x + channel];
   };
   std::vector<cv::Mat> channels(3);
-  for (int c = 0; c < 3; ++c) channels[c] = blendExposureChannel(c, readRow, weights);
+  cv::Mat scratch;
+  for (int c = 0; c < 3; ++c) channels[c] = blendExposureChannel(c, readRow, weights, scratch);
   cv::merge(channels, out);
 }
 
