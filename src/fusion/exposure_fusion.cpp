@@ -133,30 +133,29 @@ std::array<float, 3> planesToBgr(std::vector<cv::Mat>& planes) {
 
 // B, G, R planes in 0..1 to an 8-bit image: stretched by the smallest channel maximum m
 // (x -> min(m, max(0, x)) / m) when every maximum exceeds the threshold, then times 255 and
-// saturated.
-cv::Mat planesTo8Bit(const std::vector<cv::Mat>& planes, const std::array<float, 3>& maxima) {
+// saturated. The planes are overwritten. Clamping and the final conversion run through OpenCV's
+// vectorised element-wise functions (convertTo computes x * 255 and rounds to the nearest
+// byte, as saturate_cast does).
+cv::Mat planesTo8Bit(std::vector<cv::Mat>& planes, const std::array<float, 3>& maxima) {
   const bool stretch = maxima[0] > kStretchThreshold && maxima[1] > kStretchThreshold &&
                        maxima[2] > kStretchThreshold;
   const float ceiling = std::min(maxima[0], std::min(maxima[1], maxima[2]));
-  cv::Mat image(planes[0].size(), CV_8UC3);
-  for (int y = 0; y < image.rows; ++y) {
-    const float* channels[3] = {planes[0].ptr<float>(y), planes[1].ptr<float>(y),
-                                planes[2].ptr<float>(y)};
-    uchar* out = image.ptr<uchar>(y);
-    for (int c = 0; c < 3; ++c) {
-      const float* in = channels[c];
-      if (stretch) {
-        for (int x = 0; x < image.cols; ++x) {
-          const float value = std::min(ceiling, std::max(0.0f, in[x])) / ceiling;
-          out[3 * x + c] = cv::saturate_cast<uchar>(value * 255.0f);
-        }
-      } else {
-        for (int x = 0; x < image.cols; ++x) {
-          out[3 * x + c] = cv::saturate_cast<uchar>(in[x] * 255.0f);
-        }
+  std::vector<cv::Mat> bytes(3);
+  for (int c = 0; c < 3; ++c) {
+    cv::Mat& plane = planes[c];
+    if (stretch) {
+      cv::max(plane, 0.0, plane);
+      cv::min(plane, ceiling, plane);
+      for (int y = 0; y < plane.rows; ++y) {
+        float* row = plane.ptr<float>(y);
+        for (int x = 0; x < plane.cols; ++x) row[x] = row[x] / ceiling;
       }
     }
+    plane.convertTo(bytes[c], CV_8U, 255.0);
+    plane.release();
   }
+  cv::Mat image;
+  cv::merge(bytes, image);
   return image;
 }
 
