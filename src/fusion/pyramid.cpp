@@ -110,7 +110,9 @@ cv::Size halfPyramidSize(cv::Size size) {
 }
 
 int blendLevelCount(cv::Size size) {
-  const float shorterSide = static_cast<float>(std::min(size.width, size.height));
+  const int shorter = std::min(size.width, size.height);
+  if (shorter < 1) return 1;
+  const float shorterSide = static_cast<float>(shorter);
   const float quotient = std::log(shorterSide) / std::log(2.0f);
   const int fullCount = static_cast<int>(quotient);
   return std::max(1, fullCount - 2);
@@ -183,8 +185,8 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
     for (int k = 0; k < top; ++k) {
       cv::Mat down;
       cv::pyrDown(lowPass, down, sizes[k + 1], cv::BORDER_DEFAULT);
-      cv::Mat up =
-          scratchView(scratch, sizes[k], CV_32F);  // lowPass of level 0 is no longer needed
+      // At level 0 this overwrites the plane, which is read again row by row below.
+      cv::Mat up = scratchView(scratch, sizes[k], CV_32F);
       cv::pyrUp(down, up, sizes[k], cv::BORDER_DEFAULT);
       if (k == 0) {
         accumulateFullBand(result[0], weight, readRow, i, channel, up, row);
