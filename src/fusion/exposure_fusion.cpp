@@ -270,19 +270,20 @@ bool fuseExposures(const std::string& path1, const std::string& path2, const std
     shotReader(exposure, channel, y, values);
   };
 
-  // Weights one exposure at a time: its luma plane goes through a buffer that the blends then
-  // reuse as their scratch plane.
+  // Weights one exposure at a time: its luma plane goes through the plane buffer that the
+  // blends then reuse.
   std::vector<cv::Mat> weights(kExposureCount);
-  cv::Mat scratch(size, CV_32F);
+  BlendBuffers buffers;
+  buffers.plane.create(size, CV_32F);
   for (int i = 0; i < kExposureCount; ++i) {
-    for (int y = 0; y < size.height; ++y) readRow(i, 0, y, scratch.ptr<float>(y));
-    weighByExposedness(scratch, weights[i]);
+    for (int y = 0; y < size.height; ++y) readRow(i, 0, y, buffers.plane.ptr<float>(y));
+    weighByExposedness(buffers.plane, weights[i]);
   }
   normaliseExposureWeights(weights);
 
   std::vector<cv::Mat> planes(3);
-  for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights, scratch);
-  scratch.release();
+  for (int c = 0; c < 3; ++c) planes[c] = blendExposureChannel(c, readRow, weights, buffers);
+  buffers = BlendBuffers();
   weights.clear();
   for (cv::Mat& shot : shots) shot.release();
 

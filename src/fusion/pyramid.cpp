@@ -159,7 +159,7 @@ cv::Mat collapseLaplacianPyramid(Pyramid& pyramid) {
 }
 
 cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
-                             const std::vector<cv::Mat>& weights, cv::Mat& scratch) {
+                             const std::vector<cv::Mat>& weights, BlendBuffers& buffers) {
   CV_Assert(!weights.empty() && !weights[0].empty());
   const cv::Size size = weights[0].size();
   for (const cv::Mat& weight : weights) CV_Assert(weight.type() == CV_32F && weight.size() == size);
@@ -173,9 +173,16 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
   Pyramid result;
   for (const cv::Size& levelSize : sizes) result.push_back(cv::Mat::zeros(levelSize, CV_32F));
   cv::Mat topWeightSum;
+  cv::Mat& scratch = buffers.plane;
   // Holds an exposure's full-size plane until its pyrDown, then the upsampled halves of each
   // level, and finally the upsampled levels of the collapse.
   cv::Mat plane = scratchView(scratch, size, CV_32F);
+  // Low-pass images and weights of the levels below the full size; pyrDown writes into them in
+  // place when their sizes already fit.
+  Pyramid& lowPassLevels = buffers.lowPass;
+  Pyramid& weightLevels = buffers.weights;
+  lowPassLevels.resize(levels);
+  weightLevels.resize(levels);
   std::vector<float> row(size.width);
 
   for (int i = 0; i < exposureCount; ++i) {
@@ -183,7 +190,7 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
     cv::Mat lowPass = plane;
     cv::Mat weight = weights[i];
     for (int k = 0; k < top; ++k) {
-      cv::Mat down;
+      cv::Mat& down = lowPassLevels[k + 1];
       cv::pyrDown(lowPass, down, sizes[k + 1], cv::BORDER_DEFAULT);
       // At level 0 this overwrites the plane, which is read again row by row below.
       cv::Mat up = scratchView(scratch, sizes[k], CV_32F);
@@ -193,9 +200,8 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
       } else {
         accumulateBand(result[k], weight, lowPass, up);
       }
-      cv::Mat weightDown;
-      cv::pyrDown(weight, weightDown, sizes[k + 1], cv::BORDER_DEFAULT);
-      weight = weightDown;
+      cv::pyrDown(weight, weightLevels[k + 1], sizes[k + 1], cv::BORDER_DEFAULT);
+      weight = weightLevels[k + 1];
       lowPass = down;
     }
     if (channel == 0) {
@@ -224,8 +230,8 @@ void blendExposurePyramids(std::vector<cv::Mat> exposures, std::vector<cv::Mat> 
     for (int x = 0; x < width; ++x) values[x] = pixels[3 * x + channel];
   };
   std::vector<cv::Mat> channels(3);
-  cv::Mat scratch;
-  for (int c = 0; c < 3; ++c) channels[c] = blendExposureChannel(c, readRow, weights, scratch);
+  BlendBuffers buffers;
+  for (int c = 0; c < 3; ++c) channels[c] = blendExposureChannel(c, readRow, weights, buffers);
   cv::merge(channels, out);
 }
 

@@ -46,6 +46,14 @@ cv::Mat collapseLaplacianPyramid(Pyramid& pyramid);
 // column). A blend reads every row of a plane twice, so a reader must be repeatable.
 using ExposureRowReader = std::function<void(int exposure, int channel, int row, float* values)>;
 
+// Working buffers of a blend, sized on first use. Passing the same ones to successive channel
+// blends of one size spares their allocations.
+struct BlendBuffers {
+  cv::Mat plane;    // one full-size plane
+  Pyramid lowPass;  // an exposure's low-pass images below the full size
+  Pyramid weights;  // an exposure's Gaussian weights below the full size
+};
+
 // Blends one channel of several exposures of equal size under per-pixel weights, one exposure's
 // pyramids at a time, without keeping any exposure's pyramid: every Laplacian level goes into the
 // result pyramid as soon as it is made. weights holds one CV_32F map per exposure, all of the same
@@ -53,12 +61,10 @@ using ExposureRowReader = std::function<void(int exposure, int channel, int row,
 // from that size. Channel 0 (luma) gets the detail-aware top level: the top weights are the
 // blurred Gaussian weights, plus 1.5 times the blurred absolute fine band of the exposure's top
 // low-pass image for the exposures i < ceil(N / 2) - 1, and that top level is renormalised by
-// their sum. Other channels use the Gaussian weights as they come at every level. scratch is a
-// working buffer of one full-size plane that the blend allocates when it is smaller; passing the
-// same one to successive blends spares the allocation. Returns the blended CV_32F plane.
-// Mismatched weight sizes or types raise cv::Exception.
+// their sum. Other channels use the Gaussian weights as they come at every level. Returns the
+// blended CV_32F plane. Mismatched weight sizes or types raise cv::Exception.
 cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
-                             const std::vector<cv::Mat>& weights, cv::Mat& scratch);
+                             const std::vector<cv::Mat>& weights, BlendBuffers& buffers);
 
 // Blends N CV_32FC3 exposures (channels Y, U, V) of equal size under N CV_32F weight maps of the
 // same size: out becomes CV_32FC3 whose channel c is blendExposureChannel of channel c. Empty
