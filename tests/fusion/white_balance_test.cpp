@@ -129,14 +129,5 @@ TEST(WhiteBalanceApplication, ChannelsSaturateBeforeLumaIsRestored) {
   EXPECT_NEAR(lumaOf(pixel), 100.0f, 1.5f);
 }
 
-TEST(WhiteBalanceApplication, FloatImagesEndAsEightBit) {
-  cv::Mat image(3, 3, CV_32FC3, cv::Scalar(300.0, 40.0, -5.0));
-  applyWhiteBalanceGains(image, 1.0f, 1.0f, 1.0f);
-  ASSERT_EQ(image.type(), CV_8UC3);
-  const cv::Vec3b pixel = image.at<cv::Vec3b>(1, 1);
-  EXPECT_EQ(pixel[0], 255);
-  EXPECT_EQ(pixel[2], 0);
-}
-
 }  // namespace
 }  // namespace velmora
