@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <opencv2/imgproc.hpp>
+
 namespace velmora {
 namespace {
 
@@ -109,6 +111,56 @@ TEST(PyramidBlend, ConstantWeightsMixEveryChannel) {
   // With two exposures no exposure gets the top detail term, so luma mixes linearly too.
   const cv::Mat expected = 0.25 * a + 0.75 * b;
   EXPECT_LT(cv::norm(out, expected, cv::NORM_INF), 1e-5);
+}
+
+// The blend assembled from whole pyramids, one channel at a time, as the streamed blend must
+// reproduce it: Gaussian weights times Laplacian bands at every level, with the detail-aware and
+// renormalised top level for luma.
+cv::Mat blendFromWholePyramids(const std::vector<cv::Mat>& exposures,
+                               const std::vector<cv::Mat>& weights) {
+  const int n = blendLevelCount(exposures[0].size());
+  const int top = n - 1;
+  std::vector<cv::Mat> channels;
+  for (int c = 0; c < 3; ++c) {
+    Pyramid result = buildGaussianPyramid(cv::Mat::zeros(exposures[0].size(), CV_32F), n);
+    cv::Mat topSum;
+    for (size_t i = 0; i < exposures.size(); ++i) {
+      const Pyramid g = buildGaussianPyramid(weights[i], n);
+      const Pyramid p = buildLaplacianPyramid(channelOf(exposures[i], c), n);
+      for (int l = 0; l < (c == 0 ? top : n); ++l) result[l] += g[l].mul(p[l]);
+      if (c != 0) continue;
+      cv::Mat t;
+      cv::GaussianBlur(g[top], t, {3, 3}, 1.0, 1.0);
+      if (i == 0) {  // ceil(3 / 2) - 1 = 1: only the first of three exposures
+        cv::Mat detail = cv::abs(buildLaplacianPyramid(p[top], 2)[0]);
+        cv::GaussianBlur(detail, detail, {3, 3}, 1.0, 1.0);
+        t = t + 1.5 * detail;
+      }
+      result[top] += t.mul(p[top]);
+      topSum = i == 0 ? t + 1e-12 : topSum + t + 1e-12;
+    }
+    if (c == 0) result[top] /= topSum;
+    channels.push_back(collapseLaplacianPyramid(result));
+  }
+  cv::Mat out;
+  cv::merge(channels, out);
+  return out;
+}
+
+TEST(PyramidBlend, StreamedBlendEqualsTheBlendOfWholePyramids) {
+  const cv::Size size(150, 101);  // odd height, four levels
+  std::vector<cv::Mat> exposures;
+  std::vector<cv::Mat> weights;
+  cv::Mat sum(size, CV_32F, cv::Scalar(0));
+  for (int i = 0; i < 3; ++i) {
+    exposures.push_back(randomPlane(size, 10 + i, CV_32FC3));
+    weights.push_back(randomPlane(size, 20 + i));
+    sum += weights.back();
+  }
+  for (cv::Mat& weight : weights) weight /= sum;
+  cv::Mat out;
+  blendExposurePyramids(exposures, weights, out);
+  EXPECT_LT(cv::norm(out, blendFromWholePyramids(exposures, weights), cv::NORM_INF), 1e-5);
 }
 
 TEST(PyramidBlend, IdenticalExposuresReproduceThemselves) {
