@@ -1,7 +1,9 @@
 #include "fusion/white_balance.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <vector>
 
 #include "api/console.h"
 #include "fusion/color_conversion.h"
@@ -54,29 +56,54 @@ void limitWhiteBalanceGains(float& red, float& green, float& blue) {
 }
 
 void applyWhiteBalanceGains(cv::Mat& image, float red, float green, float blue) {
-  CV_Assert(image.channels() == 3);
-  // An 8-bit image is rewritten row by row in place; other depths get a new 8-bit buffer.
-  cv::Mat result = image.depth() == CV_8U ? image : cv::Mat(image.size(), CV_8UC3);
-  cv::Mat rowValues(1, image.cols, CV_32FC3);
+  CV_Assert(image.type() == CV_8UC3);
+  // The capped and truncated channel values depend on the byte alone: one table per channel.
+  std::array<std::array<float, 256>, 3> scaled;
+  const float gains[3] = {blue, green, red};
+  for (int c = 0; c < 3; ++c) {
+    for (int v = 0; v < 256; ++v) scaled[c][v] = scaledChannel(gains[c], static_cast<float>(v));
+  }
+  const int width = image.cols;
+  std::vector<cv::Mat> bytes(3);
+  std::vector<cv::Mat> values(3);
+  for (int c = 0; c < 3; ++c) {
+    bytes[c].create(1, width, CV_8U);
+    values[c].create(1, width, CV_32F);
+  }
+  std::vector<float> gained(3 * static_cast<size_t>(width));
   for (int y = 0; y < image.rows; ++y) {
-    image.row(y).convertTo(rowValues, CV_32F);
-    const float* in = rowValues.ptr<float>();
-    uchar* out = result.ptr<uchar>(y);
-    for (int x = 0; x < image.cols; ++x) {
-      const float* bgr = in + 3 * x;
+    cv::split(image.row(y), bytes);
+    const uchar* b = bytes[0].ptr<uchar>();
+    const uchar* g = bytes[1].ptr<uchar>();
+    const uchar* r = bytes[2].ptr<uchar>();
+    float* gainedB = gained.data();
+    float* gainedG = gainedB + width;
+    float* gainedR = gainedG + width;
+    for (int x = 0; x < width; ++x) {
+      gainedB[x] = scaled[0][b[x]];
+      gainedG[x] = scaled[1][g[x]];
+      gainedR[x] = scaled[2][r[x]];
+    }
+    float* outB = values[0].ptr<float>();
+    float* outG = values[1].ptr<float>();
+    float* outR = values[2].ptr<float>();
+    for (int x = 0; x < width; ++x) {
+      const float original[3] = {static_cast<float>(b[x]), static_cast<float>(g[x]),
+                                 static_cast<float>(r[x])};
       float before[3];
-      bgrPixelToYuv(bgr, before);
-      float pixel[3] = {scaledChannel(blue, bgr[0]), scaledChannel(green, bgr[1]),
-                        scaledChannel(red, bgr[2])};
+      bgrPixelToYuv(original, before);
+      float pixel[3] = {gainedB[x], gainedG[x], gainedR[x]};
       bgrPixelToYuv(pixel, pixel);
       pixel[0] = before[0];
       yuvPixelToBgr(pixel, pixel);
-      out[3 * x] = cv::saturate_cast<uchar>(pixel[0]);
-      out[3 * x + 1] = cv::saturate_cast<uchar>(pixel[1]);
-      out[3 * x + 2] = cv::saturate_cast<uchar>(pixel[2]);
+      outB[x] = pixel[0];
+      outG[x] = pixel[1];
+      outR[x] = pixel[2];
     }
+    // convertTo rounds to the nearest byte and saturates, as saturate_cast does.
+    for (int c = 0; c < 3; ++c) values[c].convertTo(bytes[c], CV_8U);
+    cv::merge(bytes, image.row(y));
   }
-  image = result;
 }
 
 }  // namespace velmora

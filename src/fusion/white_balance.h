@@ -16,11 +16,10 @@ namespace velmora {
 //   and gives infinite red and blue gains.
 void limitWhiteBalanceGains(float& red, float& green, float& blue);
 
-// Multiplies the B, G and R channels of a three-channel image by blue, green and red (capped at
+// Multiplies the B, G and R channels of an 8-bit BGR image by blue, green and red (capped at
 // 255 and truncated to whole values), then restores each pixel's original luma, so that only
-// chroma changes. The image ends as CV_8UC3 (saturated to 0..255) of the same size. Any depth is
-// accepted on input, values read as 0..255; an empty image stays empty. An image that does not
-// have three channels raises cv::Exception.
+// chroma changes; the result is rounded and saturated back to 8 bits in place. An empty image
+// stays empty; any type but CV_8UC3 raises cv::Exception.
 void applyWhiteBalanceGains(cv::Mat& image, float red, float green, float blue);
 
 }  // namespace velmora
