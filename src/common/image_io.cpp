@@ -63,19 +63,19 @@ cv::Mat readColorImage(const std::string& path) {
   }
 }
 
-void writeImage(const std::string& path, const cv::Mat& image, const std::vector<int>& params) {
+namespace {
+
+std::string temporarySibling(const std::string& path) {
   static std::atomic<unsigned> writes{0};
   const auto slash = path.find_last_of("/\\");
   const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  const std::string temporary = directory + ".velmora-" + std::to_string(velmora_getpid()) + "-" +
-                                std::to_string(writes.fetch_add(1)) + "-" + name;
-  bool written = false;
-  try {
-    written = !image.empty() && cv::imwrite(temporary, image, params);
-  } catch (const cv::Exception&) {
-    written = false;
-  }
+  return directory + ".velmora-" + std::to_string(velmora_getpid()) + "-" +
+         std::to_string(writes.fetch_add(1)) + "-" + name;
+}
+
+// Moves the finished temporary file into place, or removes it and throws.
+void commitTemporary(const std::string& temporary, const std::string& path, bool written) {
   if (written) {
 #ifdef _WIN32
     std::remove(path.c_str());
@@ -86,6 +86,37 @@ void writeImage(const std::string& path, const cv::Mat& image, const std::vector
     std::remove(temporary.c_str());
     throw Failure("Write image: " + path + " error.");
   }
+}
+
+}  // namespace
+
+void writeImage(const std::string& path, const cv::Mat& image, const std::vector<int>& params) {
+  const std::string temporary = temporarySibling(path);
+  bool written = false;
+  try {
+    written = !image.empty() && cv::imwrite(temporary, image, params);
+  } catch (const cv::Exception&) {
+    written = false;
+  }
+  commitTemporary(temporary, path, written);
+}
+
+void writeJpeg(const std::string& path, const cv::Mat& image, int quality) {
+  std::vector<uchar> bytes;
+  try {
+    if (image.empty() || !cv::imencode(".jpg", image, bytes, {cv::IMWRITE_JPEG_QUALITY, quality})) {
+      throw Failure("Write image: " + path + " error.");
+    }
+  } catch (const cv::Exception&) {
+    throw Failure("Write image: " + path + " error.");
+  }
+  const std::string temporary = temporarySibling(path);
+  bool written = false;
+  if (std::FILE* file = std::fopen(temporary.c_str(), "wb")) {
+    written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    written = std::fclose(file) == 0 && written;
+  }
+  commitTemporary(temporary, path, written);
 }
 
 }  // namespace velmora

@@ -19,4 +19,8 @@ cv::Mat readColorImage(const std::string& path);
 // the image cannot be encoded or written.
 void writeImage(const std::string& path, const cv::Mat& image, const std::vector<int>& params = {});
 
+// Writes image to path as a JPEG of the given quality whatever the path's extension says, with
+// the same all-or-nothing guarantee and failure as writeImage.
+void writeJpeg(const std::string& path, const cv::Mat& image, int quality);
+
 }  // namespace velmora
