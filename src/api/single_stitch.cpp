@@ -1,0 +1,76 @@
+#include "api/single_stitch.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include "api/camera_choice.h"
+#include "api/console.h"
+#include "api/ring_projection.h"
+#include "api/status.h"
+#include "common/image_io.h"
+#include "flow/stitch_driver.h"
+#include "fusion/white_balance.h"
+#include "tools/black_bands.h"
+
+namespace velmora {
+
+namespace {
+
+constexpr int kShotsPerRing = 6;
+constexpr float kHeadStepDegrees = 60.0f;
+
+}  // namespace
+
+void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& request) {
+  console::out("Optical Flow Stitch start.");
+  const auto camera = cameraFromConfigPath(request.configPath);
+  if (camera) console::out(*camera == Camera::Up ? "Stitch up cameras." : "Stitch down cameras.");
+  if (!camera) {
+    console::err("Configure path:", request.configPath, " error.");
+    handle.code = kStatusFailure;
+    return;
+  }
+  if (request.imagePaths.size() != kShotsPerRing) {
+    throw Failure("Expected six shot paths, got " + std::to_string(request.imagePaths.size()) +
+                  ".");
+  }
+  requireInitialised(handle, *camera);
+  const CameraGeometry geometry = handle.geometry(*camera);
+  // The stored pair is (height, width) for Up and (width, height) for Down.
+  const cv::Size shotSize = *camera == Camera::Up ? cv::Size(geometry.size2, geometry.size1)
+                                                  : cv::Size(geometry.size1, geometry.size2);
+
+  std::vector<cv::Mat> shots;
+  for (const auto& path : request.imagePaths) {
+    cv::Mat shot = readColorImage(path);
+    if (shot.empty() || shot.size() != shotSize) {
+      console::err("Read imgPath: ", path, " error.");
+      handle.code = kStatusFailure;
+      return;
+    }
+    shots.push_back(std::move(shot));
+  }
+
+  for (auto& shot : shots) {
+    applyWhiteBalanceGains(shot, request.redGain, request.greenGain, request.blueGain);
+  }
+  std::vector<cv::Mat> projected = projectRing(handle, *camera, std::move(shots));
+
+  cv::Mat stitched;
+  stitchRing(stitched, projected, kHeadStepDegrees, kShotsPerRing,
+             static_cast<unsigned>(projected[0].cols), static_cast<unsigned>(projected[0].rows));
+  projected.clear();
+
+  cv::Mat panorama;
+  const cv::Mat framed = addBlackBands(stitched, blackBandRows(geometry.outHeight),
+                                       static_cast<int>(geometry.outWidth));
+  cv::resize(framed, panorama,
+             cv::Size(static_cast<int>(geometry.outWidth), static_cast<int>(geometry.outHeight)),
+             0.0, 0.0, cv::INTER_LINEAR);
+  writeImage(request.outputPath, panorama);
+
+  console::out("Optical flow stitch finished.");
+  console::out(console::kSeparator);
+  handle.code = kStatusOk;
+}
+
+}  // namespace velmora
