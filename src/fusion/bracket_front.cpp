@@ -1,0 +1,75 @@
+#include "fusion/bracket_front.h"
+
+#include "api/console.h"
+#include "api/status.h"
+#include "common/image_io.h"
+#include "common/worker_threads.h"
+#include "fusion/exposure_fusion.h"
+
+namespace velmora {
+
+namespace {
+
+// One head position's fusion job.
+struct FusionRecord {
+  std::string paths[kSlotsPerPosition];
+  WhiteBalanceGains gains;
+  cv::Mat* output = nullptr;
+};
+
+}  // namespace
+
+std::vector<std::string> bracketSlotsFromHost(const char* const* shots) {
+  if (shots == nullptr) throw Failure("Missing shot paths: null pointer.");
+  std::vector<std::string> slots;
+  for (int k = 0; k < kHeadPositions * kSlotsPerPosition; ++k) {
+    slots.push_back(shots[k] != nullptr ? shots[k] : "");
+  }
+  return slots;
+}
+
+bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string>& shots,
+                       int exposureCount) {
+  if (shots.size() != kHeadPositions * kSlotsPerPosition) {
+    throw Failure("Expected 18 shot slots, got " + std::to_string(shots.size()) + ".");
+  }
+  if (exposureCount < 1 || exposureCount > kSlotsPerPosition) {
+    throw Failure("Exposure count must be 2 or 3, got " + std::to_string(exposureCount) + ".");
+  }
+  const cv::Size upSize(static_cast<int>(handle.upWidth), static_cast<int>(handle.upHeight));
+  for (int p = 0; p < kHeadPositions; ++p) {
+    for (int e = 0; e < exposureCount; ++e) {
+      const std::string& path = shots[p * kSlotsPerPosition + e];
+      const cv::Mat shot = readColorImage(path);
+      if (shot.empty() || shot.size() != upSize) {
+        console::err("Read imgPath: ", path, " error.");
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exposureCount,
+                                  const WhiteBalanceGains& gains) {
+  std::vector<cv::Mat> fused(kHeadPositions);
+  std::vector<FusionRecord> records(kHeadPositions);
+  for (int p = 0; p < kHeadPositions; ++p) {
+    FusionRecord& record = records[p];
+    for (int e = 0; e < exposureCount; ++e) record.paths[e] = shots[p * kSlotsPerPosition + e];
+    record.gains = gains;
+    record.output = &fused[p];
+  }
+  WorkerThreads workers;
+  for (FusionRecord& record : records) {
+    workers.start([&record] {
+      // A fusion reports trouble by throwing; its boolean result carries nothing more.
+      fuseExposures(record.paths[2], record.paths[1], record.paths[0], *record.output,
+                    record.gains.red, record.gains.green, record.gains.blue);
+    });
+  }
+  workers.join();
+  return fused;
+}
+
+}  // namespace velmora

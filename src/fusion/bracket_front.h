@@ -1,0 +1,40 @@
+// The front shared by the bracketed operations (HDR stitch, panorama repair): checking the
+// shots and fusing every head position's exposures.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "api/stitch_handle.h"
+
+namespace velmora {
+
+inline constexpr int kHeadPositions = 6;
+inline constexpr int kSlotsPerPosition = 3;
+
+struct WhiteBalanceGains {
+  float red = 1.0f;
+  float green = 1.0f;
+  float blue = 1.0f;
+};
+
+// The 18 slots of a host's bracketed shot list; null entries read as empty paths. Throws Failure
+// for a null list.
+std::vector<std::string> bracketSlotsFromHost(const char* const* shots);
+
+// Reads shot p x 3 + e for every position p and exposure e below exposureCount and checks it
+// against the Up camera's recorded size. The first shot that cannot be read or has another size
+// prints "Read imgPath: <path> error." on standard error and makes the result false. `shots`
+// must hold 18 paths (unused slots may be empty); exposureCount must be 1 to 3 (Failure
+// otherwise).
+bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string>& shots,
+                       int exposureCount);
+
+// Fuses every head position's exposures on six threads, one per position, handing the paths of
+// slot 2, 1 and 0 (empty beyond exposureCount) to the exposure fusion. Every thread is joined;
+// an exception inside a fusion (an unreadable or missing exposure) is rethrown after the joins.
+// Returns the six fused 8-bit BGR shots in position order.
+std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exposureCount,
+                                  const WhiteBalanceGains& gains);
+
+}  // namespace velmora

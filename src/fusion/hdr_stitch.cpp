@@ -1,0 +1,152 @@
+#include "fusion/hdr_stitch.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include "api/console.h"
+#include "api/ring_projection.h"
+#include "api/status.h"
+#include "common/image_io.h"
+#include "flow/stitch_driver.h"
+#include "fusion/tone_match.h"
+#include "fusion/video_composite.h"
+#include "fusion/white_balance.h"
+#include "tools/black_bands.h"
+#include "tools/frame_grab.h"
+#include "tools/isp_script.h"
+#include "tools/saturation.h"
+
+namespace velmora {
+
+namespace {
+
+constexpr float kHeadStepDegrees = 60.0f;
+// The slot of the shot whose middle part is the tone source of the video variant (position 5,
+// exposure 1), and that part.
+constexpr int kToneSourceSlot = 16;
+const cv::Rect kToneSourceRegion(736, 324, 4000, 3000);
+constexpr size_t kVideoNameLength = 14;
+constexpr int kFinalJpegQuality = 85;
+
+struct Panoramas {
+  cv::Mat upper;
+  cv::Mat lower;
+};
+
+// Reads the middle exposure of every position as the lower camera's shots, with the gains.
+std::vector<cv::Mat> readLowerShots(const std::vector<std::string>& shots,
+                                    const WhiteBalanceGains& gains) {
+  std::vector<cv::Mat> lower;
+  for (int p = 0; p < kHeadPositions; ++p) {
+    const std::string& path = shots[p * kSlotsPerPosition + 1];
+    cv::Mat shot = readColorImage(path);
+    if (shot.empty()) throw Failure("Read imgPath: " + path + " error.");
+    applyWhiteBalanceGains(shot, gains.red, gains.green, gains.blue);
+    lower.push_back(std::move(shot));
+  }
+  return lower;
+}
+
+cv::Mat toneSourceOf(const std::string& shotPath) {
+  const cv::Mat shot = readColorImage(shotPath);
+  if ((kToneSourceRegion & cv::Rect(0, 0, shot.cols, shot.rows)) != kToneSourceRegion) {
+    throw Failure("Tone source: " + shotPath + " is smaller than 4736x3324.");
+  }
+  return shot(kToneSourceRegion).clone();
+}
+
+// The colour step of the upper panorama and the composite of the lower view into it.
+void finishWithVideo(const StitchHandle& handle, const Panoramas& panoramas,
+                     const std::string& outputPath) {
+  const int width = static_cast<int>(handle.upOutWidth);
+  const int height = static_cast<int>(handle.upOutHeight);
+  const int bandRows = blackBandRows(handle.upOutHeight);
+
+  const console::Stopwatch ispClock;
+  installIspProfile(measureSaturation(panoramas.upper));
+  console::out(console::kIspSection);
+  const std::string intermediate = outputPath + ".jpg";
+  writeImage(intermediate, panoramas.upper);
+  runIspScript(outputPath, intermediate);
+  const cv::Mat processed = readColorImage(outputPath);
+  if (processed.empty()) throw Failure("Read ISP result: " + outputPath + " error.");
+
+  const cv::Mat upper = addBlackBands(processed, bandRows, width);
+  console::printDuration("ISP spend time : ", ispClock);
+  const cv::Mat lower = addBlackBands(panoramas.lower, bandRows, width);
+  if (upper.size() != lower.size()) {
+    throw Failure("ISP result: " + outputPath + " does not have the panorama's size.");
+  }
+  writeJpeg(outputPath, compositeLowerView(upper, lower, width, height), kFinalJpegQuality);
+}
+
+}  // namespace
+
+std::string videoPathForShot(const std::string& shotPath) {
+  const auto slash = shotPath.find_last_of('/');
+  const std::string directory = slash == std::string::npos ? "." : shotPath.substr(0, slash);
+  const std::string name = slash == std::string::npos ? shotPath : shotPath.substr(slash + 1);
+  return directory + "/" + name.substr(0, kVideoNameLength) + ".mp4";
+}
+
+void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
+  console::Stopwatch clock;
+  console::out("Optical Flow Stitch start.");
+  WhiteBalanceGains& gains = request.gains;
+  limitWhiteBalanceGains(gains.red, gains.green, gains.blue);
+
+  requireInitialised(handle, Camera::Up);
+  if (request.withVideo) requireInitialised(handle, Camera::Down);
+  if (!checkBracketShots(handle, request.shots, request.exposureCount)) {
+    handle.code = kStatusFailure;
+    return;
+  }
+  std::vector<cv::Mat> fused = fuseBrackets(request.shots, request.exposureCount, gains);
+
+  std::vector<cv::Mat> upperRing = projectRing(handle, Camera::Up, std::move(fused));
+  std::vector<cv::Mat> lowerRing;
+  if (request.withVideo) {
+    lowerRing = projectRing(handle, Camera::Down, readLowerShots(request.shots, gains));
+    if (lowerRing[0].size() != upperRing[0].size()) {
+      throw Failure("The video variant needs equal panorama grids for both cameras.");
+    }
+  }
+  console::printDuration(" HDR spend time : ", clock);
+  clock.restart();
+
+  const auto frameWidth = static_cast<unsigned>(upperRing[0].cols);
+  const auto frameHeight = static_cast<unsigned>(upperRing[0].rows);
+  Panoramas panoramas;
+  if (!request.withVideo) {
+    stitchRing(panoramas.upper, upperRing, kHeadStepDegrees, kHeadPositions, frameWidth,
+               frameHeight);
+  } else {
+    stitchTwoRings(panoramas.upper, upperRing, panoramas.lower, lowerRing, kHeadStepDegrees,
+                   kHeadPositions, frameWidth, frameHeight);
+    upperRing.clear();
+    lowerRing.clear();
+    const std::string& toneShot = request.shots[kToneSourceSlot];
+    const cv::Mat toneSource = toneSourceOf(toneShot);
+    const std::string videoPath = videoPathForShot(toneShot);
+    const cv::Mat frame = grabVideoFrame(videoPath);
+    if (frame.empty()) {
+      console::err("Read video frame: ", videoPath, ".jpg error.");
+      handle.code = kStatusFailure;
+      return;
+    }
+    matchToneToReference(toneSource, frame, panoramas.lower);
+  }
+  console::printDuration("Optical flow stitch spend time : ", clock);
+
+  if (!request.withVideo) {
+    const std::string intermediate = request.outputPath + ".jpg";
+    writeImage(intermediate, panoramas.upper);
+    handle.pendingIsp.insert({request.outputPath, intermediate});
+  } else {
+    finishWithVideo(handle, panoramas, request.outputPath);
+  }
+  console::out("Optical flow stitch finished.");
+  console::out(console::kSeparator);
+  handle.code = kStatusOk;
+}
+
+}  // namespace velmora
