@@ -22,6 +22,7 @@
 #include <sstream>
 #include <string>
 
+#include "bench_memory.h"
 #include "common/worker_threads.h"
 #include "fusion/exposure_fusion.h"
 #include "fusion/tone_match.h"
@@ -96,38 +97,11 @@ class ShotFiles {
   std::string paths_[3];
 };
 
-// Resident and peak resident memory of the process in MB (Linux /proc), and a peak reset.
-double statusMegabytes(const char* key) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind(key, 0) == 0) return std::atof(line.c_str() + std::strlen(key)) / 1024.0;
-  }
-  return 0.0;
-}
-void resetPeakMemory() {
-  std::ofstream("/proc/self/clear_refs") << "5";
-}
-
-// Times body with its peak memory growth in the counter peak_MB.
-template <typename Body>
-void measure(benchmark::State& state, Body body) {
-  double peak = 0.0;
-  for (auto _ : state) {
-    state.PauseTiming();
-    const double resident = statusMegabytes("VmRSS:");
-    resetPeakMemory();
-    state.ResumeTiming();
-    body();
-    state.PauseTiming();
-    peak = std::max(peak, statusMegabytes("VmHWM:") - resident);
-    state.ResumeTiming();
-  }
-  state.counters["peak_MB"] = peak;
-}
+using velmora::bench::measureWithPeakMemory;
 
 void BM_FuseOne(benchmark::State& state) {
   const ShotFiles& shots = ShotFiles::get();
-  measure(state, [&] {
+  measureWithPeakMemory(state, [&] {
     cv::Mat fused;
     velmora::fuseExposures(shots.path(0), shots.path(1), shots.path(2), fused, 1.0f, 1.0f, 1.0f);
     benchmark::DoNotOptimize(fused.data);
@@ -137,7 +111,7 @@ BENCHMARK(BM_FuseOne)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(
 
 void BM_FuseSixInParallel(benchmark::State& state) {
   const ShotFiles& shots = ShotFiles::get();
-  measure(state, [&] {
+  measureWithPeakMemory(state, [&] {
     std::vector<cv::Mat> fused(6);
     velmora::WorkerThreads threads;
     for (cv::Mat& out : fused) {
@@ -155,7 +129,7 @@ BENCHMARK(BM_FuseSixInParallel)->Unit(benchmark::kMillisecond)->UseRealTime()->I
 void BM_MergeMertens(benchmark::State& state) {
   const ShotFiles& shots = ShotFiles::get();
   cv::Ptr<cv::MergeMertens> merge = cv::createMergeMertens();
-  measure(state, [&] {
+  measureWithPeakMemory(state, [&] {
     std::vector<cv::Mat> images;
     for (int k = 0; k < 3; ++k) images.push_back(cv::imread(shots.path(k), cv::IMREAD_COLOR));
     cv::Mat fused;
@@ -177,7 +151,7 @@ void BM_ToneMatch(benchmark::State& state) {
   const cv::Mat panorama = renderExposure(size, 0.8);
   std::ostringstream transcript;
   bool applied = false;
-  measure(state, [&] {
+  measureWithPeakMemory(state, [&] {
     cv::Mat target = panorama.clone();
     std::streambuf* old = std::cout.rdbuf(transcript.rdbuf());
     velmora::matchToneToReference(still, frame, target);
