@@ -1,20 +1,11 @@
 #include "common/image_io.h"
 
-#include <atomic>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <opencv2/imgcodecs.hpp>
 
 #include "api/status.h"
-
-#ifdef _WIN32
-#include <process.h>
-#define velmora_getpid _getpid
-#else
-#include <unistd.h>
-#define velmora_getpid getpid
-#endif
+#include "common/atomic_file.h"
 
 namespace velmora {
 
@@ -63,42 +54,17 @@ cv::Mat readColorImage(const std::string& path) {
   }
 }
 
-namespace {
-
-std::string temporarySibling(const std::string& path) {
-  static std::atomic<unsigned> writes{0};
-  const auto slash = path.find_last_of("/\\");
-  const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  return directory + ".velmora-" + std::to_string(velmora_getpid()) + "-" +
-         std::to_string(writes.fetch_add(1)) + "-" + name;
-}
-
-// Moves the finished temporary file into place, or removes it and throws.
-void commitTemporary(const std::string& temporary, const std::string& path, bool written) {
-  if (written) {
-#ifdef _WIN32
-    std::remove(path.c_str());
-#endif
-    written = std::rename(temporary.c_str(), path.c_str()) == 0;
-  }
-  if (!written) {
-    std::remove(temporary.c_str());
-    throw Failure("Write image: " + path + " error.");
-  }
-}
-
-}  // namespace
-
 void writeImage(const std::string& path, const cv::Mat& image, const std::vector<int>& params) {
-  const std::string temporary = temporarySibling(path);
+  const std::string temporary = temporarySiblingOf(path);
   bool written = false;
   try {
     written = !image.empty() && cv::imwrite(temporary, image, params);
   } catch (const cv::Exception&) {
     written = false;
   }
-  commitTemporary(temporary, path, written);
+  if (!commitTemporaryFile(temporary, path, written)) {
+    throw Failure("Write image: " + path + " error.");
+  }
 }
 
 void writeJpeg(const std::string& path, const cv::Mat& image, int quality) {
@@ -110,13 +76,9 @@ void writeJpeg(const std::string& path, const cv::Mat& image, int quality) {
   } catch (const cv::Exception&) {
     throw Failure("Write image: " + path + " error.");
   }
-  const std::string temporary = temporarySibling(path);
-  bool written = false;
-  if (std::FILE* file = std::fopen(temporary.c_str(), "wb")) {
-    written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    written = std::fclose(file) == 0 && written;
+  if (!writeFileAtomically(path, bytes.data(), bytes.size())) {
+    throw Failure("Write image: " + path + " error.");
   }
-  commitTemporary(temporary, path, written);
 }
 
 }  // namespace velmora

@@ -1,18 +1,10 @@
 #include "rig/table_cache.h"
 
-#include <atomic>
 #include <cstdio>
 #include <memory>
 
 #include "api/status.h"
-
-#ifdef _WIN32
-#include <process.h>
-#define velmora_getpid _getpid
-#else
-#include <unistd.h>
-#define velmora_getpid getpid
-#endif
+#include "common/atomic_file.h"
 
 namespace velmora {
 
@@ -45,27 +37,8 @@ bool loadTable(CameraModel& model, const std::string& path) {
 
 void writeTable(const CameraModel& model, const std::string& path) {
   const cv::Mat& table = model.table();
-  // Unique per process and call, so two writers of one cache never share a temporary file.
-  static std::atomic<unsigned> writes{0};
-  const std::string temporary =
-      path + ".part" + std::to_string(velmora_getpid()) + "." + std::to_string(writes.fetch_add(1));
-  bool written = false;
-  {
-    File file(std::fopen(temporary.c_str(), "wb"));
-    if (file) {
-      const size_t bytes = tableBytes(model.geometry());
-      written = table.isContinuous() && std::fwrite(table.data, 1, bytes, file.get()) == bytes;
-      written = (std::fclose(file.release()) == 0) && written;
-    }
-  }
-  if (written) {
-#ifdef _WIN32
-    std::remove(path.c_str());
-#endif
-    written = std::rename(temporary.c_str(), path.c_str()) == 0;
-  }
-  if (!written) {
-    std::remove(temporary.c_str());
+  if (!table.isContinuous() ||
+      !writeFileAtomically(path, table.data, tableBytes(model.geometry()))) {
     throw Failure("Write table: " + path + " error.");
   }
 }
