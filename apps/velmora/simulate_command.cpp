@@ -1,6 +1,7 @@
 // velmora simulate: renders the six shots of one or both rig cameras from an equirectangular
 // scene (a file or the built-in scene) and writes them with each camera's configuration file and
-// the ground truth.
+// the ground truth; on request also the rig video beside the upper camera's shots.
+#include <algorithm>
 #include <iostream>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
@@ -8,6 +9,8 @@
 #include "sim/builtin_scene.h"
 #include "sim/rig_simulation.h"
 #include "velmora/command.h"
+#include "velmora/external_programs.h"
+#include "velmora/rig_video.h"
 #include "velmora/tool_support.h"
 
 namespace velmora::tool {
@@ -62,6 +65,9 @@ class SimulateCommand : public Command {
         ->check(CLI::IsMember({"jpg", "png"}))
         ->capture_default_str();
     command.add_flag("--no-truth", noTruth_, "Do not write the ground truth");
+    command.add_flag("--video", writeVideo_,
+                     "Also write the rig video beside the upper camera's shots, named as the HDR "
+                     "stitch looks for it (needs ffmpeg and shots of at least 4736x3324)");
   }
 
   int run() override {
@@ -69,10 +75,13 @@ class SimulateCommand : public Command {
       throw std::invalid_argument("--config needs --camera up or --camera down.");
     }
     exposureList_ = parsePositiveList(exposures_);
+    if (writeVideo_) checkVideoRequest();
     const cv::Mat scene = loadScene();
     for (sim::RigCamera camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
       if (camera_ == (camera == sim::RigCamera::Up ? "down" : "up")) continue;
-      report(camera, sim::simulateCamera(scene, request(camera)));
+      const sim::SimulatedFiles files = sim::simulateCamera(scene, request(camera));
+      report(camera, files);
+      if (writeVideo_ && camera == sim::RigCamera::Up) writeVideoBeside(files);
     }
     return 0;
   }
@@ -105,6 +114,27 @@ class SimulateCommand : public Command {
     return request;
   }
 
+  void checkVideoRequest() const {
+    if (camera_ == "down") throw std::invalid_argument("--video needs the upper camera.");
+    if (shotSize_.width < kVideoFrameRegion.br().x || shotSize_.height < kVideoFrameRegion.br().y) {
+      throw std::invalid_argument(
+          "--video needs shots of at least 4736x3324: a video frame is "
+          "the 4000x3000 region at column 736, row 324 of a shot.");
+    }
+    requireProgram("ffmpeg", "--video encodes the rig video with ffmpeg");
+  }
+
+  // The video shows what shot 16 (position 5, the middle exposure of a bracket) shows.
+  void writeVideoBeside(const sim::SimulatedFiles& files) const {
+    const std::vector<std::string>& bracket = files.shots[5];
+    const std::string& shotPath = bracket[std::min<size_t>(1, bracket.size() - 1)];
+    const cv::Mat shot = cv::imread(shotPath, cv::IMREAD_COLOR);
+    const std::string videoPath = rigVideoPathBeside(shotPath);
+    writeRigVideo(shot, videoPath);
+    std::cout << "  rig video     " << videoPath << " (2 s of the video camera's view of "
+              << shotPath << ")" << std::endl;
+  }
+
   void report(sim::RigCamera camera, const sim::SimulatedFiles& files) const {
     const size_t brackets = files.shots[0].size();
     std::cout << sim::cameraName(camera) << " camera: " << 6 * brackets << " shots of "
@@ -131,6 +161,7 @@ class SimulateCommand : public Command {
   uint64_t seed_ = 1;
   std::string format_ = "jpg";
   bool noTruth_ = false;
+  bool writeVideo_ = false;
 };
 
 const CommandRegistration<SimulateCommand> registration;

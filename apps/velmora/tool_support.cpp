@@ -1,5 +1,6 @@
 #include "velmora/tool_support.h"
 
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 
@@ -60,6 +61,44 @@ std::vector<float> parsePositiveList(const std::string& text, size_t expectedCou
                                " comma-separated number(s)");
   }
   return values;
+}
+
+PixelRect parsePixelRect(const std::string& text) {
+  std::istringstream in(text);
+  PixelRect rect;
+  char comma[3] = {};
+  if (!(in >> rect.x >> comma[0] >> rect.y >> comma[1] >> rect.width >> comma[2] >> rect.height) ||
+      comma[0] != ',' || comma[1] != ',' || comma[2] != ',' || !in.eof() || rect.width <= 0 ||
+      rect.height <= 0) {
+    throw CLI::ValidationError("'" + text +
+                               "' is not a rectangle X,Y,WIDTH,HEIGHT of positive size");
+  }
+  return rect;
+}
+
+const char* statusInWords(int code) {
+  switch (code) {
+    case 0:
+      return "completed";
+    case -1:
+      return "failed";
+    case -2:
+      return "out of memory";
+    default:
+      return "unknown status";
+  }
+}
+
+bool reportStatus(const std::string& command, const std::string& step, int code) {
+  std::ostream& stream = code == 0 ? std::cout : std::cerr;
+  stream << "velmora " << command << ": " << step << " status " << code << " ("
+         << statusInWords(code) << ")" << std::endl;
+  return code == 0;
+}
+
+Gains parseGains(const std::string& text) {
+  const std::vector<float> values = parsePositiveList(text, 3);
+  return Gains{values[0], values[1], values[2]};
 }
 
 StitchSession::StitchSession() : handle_(ZEMU_CreateOptFlowStitchHandle()) {

@@ -1,4 +1,5 @@
-// Helpers shared by the velmora subcommands: option parsing and the library's stitch handle.
+// Helpers shared by the velmora subcommands: option parsing, the library's stitch handle and its
+// status codes.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -25,9 +26,36 @@ CLI::Option* addSizeOption(CLI::App& command, const std::string& name, PixelSize
 // CLI::ValidationError otherwise.
 std::vector<float> parsePositiveList(const std::string& text, size_t expectedCount = 0);
 
+// Parses "X,Y,WIDTH,HEIGHT" (integers, width and height positive) into a rectangle; throws
+// CLI::ValidationError otherwise.
+struct PixelRect {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+};
+PixelRect parsePixelRect(const std::string& text);
+
+// A library status code in words: "completed" (0), "failed" (-1), "out of memory" (-2),
+// "unknown status" for anything else.
+const char* statusInWords(int code);
+
+// Prints "velmora <command>: <step> status <code> (<words>)" on standard output for 0 and on
+// standard error otherwise, and returns whether the code is 0.
+bool reportStatus(const std::string& command, const std::string& step, int code);
+
+// White-balance gains as --gains takes them.
+struct Gains {
+  float red = 1.0f;
+  float green = 1.0f;
+  float blue = 1.0f;
+};
+// Parses "RED,GREEN,BLUE" (three positive numbers); throws CLI::ValidationError otherwise.
+Gains parseGains(const std::string& text);
+
 // A stitch handle of the library, destroyed with this object. Init and Execute report through
 // the handle's status code; these wrappers return it as the signed value (0 completed, -1
-// failure, -2 out of memory).
+// failure, -2 out of memory). The library prints its own progress and failure lines.
 class StitchSession {
  public:
   StitchSession();
@@ -37,9 +65,18 @@ class StitchSession {
 
   int init(const std::string& configPath, const std::string& tableDir, PixelSize shot,
            PixelSize grid);
-  // Defined in single_stitch.cpp, built only with the library's single-stitch export.
+  // The single-exposure stitch of six shots.
   int stitch(const std::string& configPath, const std::vector<std::string>& shots,
              const std::string& outputPath, float red, float green, float blue);
+  // The HDR stitch of 18 shot slots (exposure e of position p at p x 3 + e, empty beyond
+  // exposureCount). Without the video flag the panorama waits at outputPath + ".jpg" for isp().
+  int hdr(const std::vector<std::string>& slots, const std::string& outputPath, bool withVideo,
+          Gains gains, int exposureCount);
+  // The panorama repair of 18 shot slots and rectangles in the framed panorama's coordinates.
+  int repair(const std::vector<std::string>& slots, const std::string& outputPath,
+             const std::vector<PixelRect>& rectangles, Gains gains);
+  // The colour step of a panorama that hdr() on this session left pending under `name`.
+  int isp(const std::string& name);
 
   int code() const;
 
