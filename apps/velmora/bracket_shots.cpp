@@ -69,9 +69,9 @@ BracketShots resolveBracketShots(const std::vector<std::string>& arguments, int 
 
   shots.exposureCount = static_cast<int>(positions[0].size());
   if (exposureCount != 0 && exposureCount != shots.exposureCount) {
-    throw std::invalid_argument("--exposures " + std::to_string(exposureCount) +
-                                " does not match the shots, which hold " +
-                                std::to_string(shots.exposureCount) + " exposures per position.");
+    throw std::invalid_argument("The shots hold " + std::to_string(shots.exposureCount) +
+                                " exposures per head position, not " +
+                                std::to_string(exposureCount) + ".");
   }
   shots.slots.assign(kHeadPositions * kSlotsPerPosition, "");
   for (int p = 0; p < kHeadPositions; ++p) {

@@ -1,44 +1,25 @@
 // The velmora command-line tool, run as a user runs it: exit codes, messages and files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
 
+#include "apps/tool_run.h"
 #include "support/test_support.h"
 
 namespace {
 
+using velmora::testing::runTool;
 using velmora::testing::TempDir;
+using velmora::testing::ToolRun;
 namespace fs = std::filesystem;
-
-struct ToolRun {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-// Runs the tool with arguments (a shell-quoted text), capturing both streams into the folder.
-ToolRun runTool(const TempDir& dir, const std::string& arguments) {
-  const std::string outPath = dir.file("stdout.txt");
-  const std::string errPath = dir.file("stderr.txt");
-  const std::string command =
-      std::string(VELMORA_TOOL) + " " + arguments + " >" + outPath + " 2>" + errPath;
-  const int status = std::system(command.c_str());
-  ToolRun run;
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.out = velmora::testing::readFile(outPath);
-  run.err = velmora::testing::readFile(errPath);
-  return run;
-}
 
 TEST(VelmoraTool, UsageListsTheSubcommands) {
   TempDir dir;
   const ToolRun help = runTool(dir, "--help");
   EXPECT_EQ(help.exitCode, 0);
-  for (const char* name : {"simulate", "scene", "init"}) {
+  for (const char* name : {"simulate", "scene", "init", "hdr", "isp", "repair", "video"}) {
     EXPECT_NE(help.out.find(name), std::string::npos) << name;
   }
   const ToolRun none = runTool(dir, "");
