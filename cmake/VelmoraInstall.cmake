@@ -81,3 +81,8 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/velmora.pc.in ${PROJECT_BINARY_DIR}/pac
                @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/velmora.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# ---- The install test -------------------------------------------------------------------------
+if(VELMORA_BUILD_TESTS)
+  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/install ${PROJECT_BINARY_DIR}/tests/install)
+endif()
