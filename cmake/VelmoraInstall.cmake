@@ -36,9 +36,11 @@ install(TARGETS velmora EXPORT VelmoraTargets
 # It finds the library next to itself, wherever the tree is installed.
 set(VELMORA_TOOL_TARGETS velmora_tool velmora_cli)
 file(RELATIVE_PATH VELMORA_TOOL_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+# VELMORA_INSTALLED_TOOL names the installed target, for the checks of the installed tree.
+set(VELMORA_INSTALLED_TOOL "" CACHE INTERNAL "")
 foreach(tool IN LISTS VELMORA_TOOL_TARGETS)
   if(TARGET ${tool})
-    set(VELMORA_INSTALLED_TOOL ${tool})
+    set(VELMORA_INSTALLED_TOOL ${tool} CACHE INTERNAL "")
     set_target_properties(${tool} PROPERTIES OUTPUT_NAME velmora
                                              INSTALL_RPATH "$ORIGIN/${VELMORA_TOOL_TO_LIBDIR}")
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
