@@ -102,6 +102,16 @@ run_host() { # run_host <binary> <name>
     grep -qx "Configure path:$work/up.txt error." "$work/err.txt"
 }
 
+echo "== the README's host example"
+# The first C block of the installed README, compiled against the installed header.
+awk '/^```c$/ { inside = 1; next } inside && /^```$/ { exit } inside' \
+  "$prefix/share/doc/velmora/README.md" >"$scratch/readme_host.c"
+check "the README holds a C host example" test -s "$scratch/readme_host.c"
+# shellcheck disable=SC2086
+check "it compiles against include/velmora.h" \
+  "$cc" -std=c99 -Wall -Wextra -Werror -pedantic $cflags -I"$prefix/include" \
+  -c "$scratch/readme_host.c" -o "$scratch/readme_host.o"
+
 echo "== host through find_package(Velmora)"
 cmake_host=$scratch/cmake-host
 check "configure with CMAKE_PREFIX_PATH=<prefix>" \
