@@ -133,7 +133,7 @@ export PKG_CONFIG_PATH=$lib/pkgconfig
 check "pkg-config --modversion velmora is $version" \
   equals "$(pkg-config --modversion velmora)" "$version"
 check "pkg-config --libs velmora is -lvelmora alone" \
-  equals "$(echo $(pkg-config --libs-only-l velmora))" "-lvelmora"
+  equals "$(pkg-config --libs-only-l velmora | xargs)" "-lvelmora"
 pc_libdir=$(pkg-config --variable=libdir velmora)
 check "pkg-config's libdir is the tree's" equals "$(cd "$pc_libdir" && pwd)" "$lib"
 # shellcheck disable=SC2046,SC2086
