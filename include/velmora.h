@@ -82,11 +82,13 @@
  * least a whole grid's worth of bytes is trusted as it is, so delete it after changing the
  * camera's configuration or grid size; a missing or shorter file is computed and written.
  *
- * External programs (the colour step's "isp.bat", "ffmpeg", "zemu-ffmpeg-velmora") run through
- * "/bin/sh -c" in the current working directory with the caller's environment and standard
- * streams; a first word without "/" that names an executable file in the current working
- * directory runs that file, otherwise the command search path decides. The library waits for
- * each to end and does not look at its exit code: a failed tool shows as a missing output.
+ * External programs (the colour step's "isp.bat", "ffmpeg", "zemu-ffmpeg-velmora") run as one
+ * command line (on Linux through "/bin/sh -c"; on Windows as a process without a console window,
+ * with "/" turned into "\") in the current working directory, with the caller's environment and
+ * standard streams. A first word without "/" that names an executable file in the current
+ * working directory runs that file; otherwise the command search path decides. The library
+ * waits for each to end and does not look at its exit code: a failed tool shows as a missing
+ * output.
  *
  * Images are read and written by file extension through OpenCV's image codecs. An input image
  * that is missing, not an image, or a JPEG or PNG file that ends early counts as unreadable.
