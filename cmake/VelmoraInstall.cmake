@@ -32,20 +32,16 @@ install(TARGETS velmora EXPORT VelmoraTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 # ---- The command-line tool --------------------------------------------------------------------
-# apps/ builds it when CLI11 and the simulator are there; the target is installed as `velmora`.
-# It finds the library next to itself, wherever the tree is installed.
-set(VELMORA_TOOL_TARGETS velmora_tool velmora_cli)
-file(RELATIVE_PATH VELMORA_TOOL_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+# apps/ builds velmora_tool (output name `velmora`) when CLI11 and the simulator are there. The
+# installed tool finds the library next to itself, wherever the tree is installed.
 # VELMORA_INSTALLED_TOOL names the installed target, for the checks of the installed tree.
 set(VELMORA_INSTALLED_TOOL "" CACHE INTERNAL "")
-foreach(tool IN LISTS VELMORA_TOOL_TARGETS)
-  if(TARGET ${tool})
-    set(VELMORA_INSTALLED_TOOL ${tool} CACHE INTERNAL "")
-    set_target_properties(${tool} PROPERTIES OUTPUT_NAME velmora
-                                             INSTALL_RPATH "$ORIGIN/${VELMORA_TOOL_TO_LIBDIR}")
-    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endforeach()
+if(TARGET velmora_tool)
+  set(VELMORA_INSTALLED_TOOL velmora_tool CACHE INTERNAL "")
+  file(RELATIVE_PATH tool_to_libdir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(velmora_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${tool_to_libdir}")
+  install(TARGETS velmora_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 # ---- The Linux colour step and the README -----------------------------------------------------
 # USE_SOURCE_PERMISSIONS keeps isp.bat executable.
