@@ -41,8 +41,8 @@
  * completes; Init and the video handle's functions store a code only when they fail, so a
  * failure stays visible until the next stitch Execute completes (stitch handle) or for the
  * handle's whole life (video handle). Read the code after every call. No exception ever leaves
- * the library, and a failed call never leaves a half-written image under an output path: an
- * image is written to a hidden temporary file beside its path and renamed into place.
+ * the library. Every image the library writes goes to a hidden temporary file beside its path
+ * and is renamed into place, so the path holds either the whole image or what it held before.
  *
  * Arguments: a null handle is harmless (Init and Execute print "<function>: null handle." on
  * standard error and return, GetCode returns 4294967295, Destroy does nothing). A null path
@@ -182,6 +182,8 @@ VELMORA_API void ZEMU_InitOptFlowStitchHandle(void* h, const char* configPath, c
  *           at the end "Optical flow stitch finished." and the separator.
  * Status    0 when the panorama is written. -1, nothing written, with one line on standard error:
  *             "Configure path:<configPath> error."  the path names no camera
+ *             "Camera not initialised: call ZEMU_InitOptFlowStitchHandle with the Up
+ *              configuration first." (or Down)     no Init for this camera on this handle
  *             "Read imgPath: <path> error."        the first shot that is unreadable or has
  *                                                  another size than Init's
  *             "Write image: <outputPath> error."   the panorama cannot be written
@@ -211,8 +213,9 @@ VELMORA_API void ZEMU_ExecuteOptFlowStitchHandle(void* h, const char* configPath
  *               first normalised: divided by the green gain (when one gain is exactly 1, the
  *               other two are first scaled towards 1 so that the larger differs from 1 by 0.2).
  *               The "rgain: ..." line shows the gains in use.
- *   exposureCount  exposures per position; pass 3. With 2 every fusion lacks an exposure and
- *               the call fails with -1 without writing anything.
+ *   exposureCount  exposures per position; pass 3. With 2 every fusion lacks its base
+ *               exposure and the call fails ("unknow error.", -1) without writing anything;
+ *               other counts fail with "Exposure count must be 2 or 3, got <n>.".
  *
  * Without videoFlag
  *   Reads   the shots; the Up configuration and table file.
@@ -223,7 +226,8 @@ VELMORA_API void ZEMU_ExecuteOptFlowStitchHandle(void* h, const char* configPath
  *   Also stitches the Down camera from the middle exposures (slot 1) along the Up camera's
  *   seams, matches its tones to a frame of the rig's video, runs the colour step at once and
  *   blends the Down camera's view into the middle of the Up panorama (a feathered rectangle at
- *   150 to 210 degrees of longitude).
+ *   150 to 210 degrees of longitude). Both cameras need the same panorama grid, and shots[16]
+ *   at least 4736 x 3324 pixels: the tone source is its region of 4000 x 3000 at (736, 324).
  *   Reads   additionally the Down configuration and table file, and the video
  *           <folder of shots[16]>/<first 14 characters of its file name>.mp4.
  *   Runs    "ffmpeg  -i <video> -ss 1 -f image2  -vframes 1 <video>.jpg -y" (the frame one second
@@ -238,9 +242,13 @@ VELMORA_API void ZEMU_ExecuteOptFlowStitchHandle(void* h, const char* configPath
  *           <s>", and at the end "Optical flow stitch finished." and the separator. The video
  *           variant adds the tone match's "Bright diff rate: ...", "Mask diff rate: ..." lines,
  *           the ISP section line and "ISP spend time : <s>".
- * Status    0 when done. -1, nothing written: "Read imgPath: <path> error." for the first
- *           unreadable or wrongly sized shot among the exposures in use; -1 without a message
- *           when the video frame cannot be grabbed (after stitching). -2 when memory runs out.
+ * Status    0 when done. -1 with one line on standard error, the output not written:
+ *             "Read imgPath: <path> error."        the first unreadable or wrongly sized shot
+ *                                                  among the exposures in use
+ *             "Camera not initialised: ..."        no Init of the Up (video: or Down) camera
+ *             "Read video frame: <video>.jpg error."  no frame grabbed (after stitching)
+ *             "Read ISP result: <outputPath> error."  the script left no image (video variant)
+ *           -2 when memory runs out.
  * Threads   six fusion workers, one per position, then the stitch's workers.
  */
 VELMORA_API void ZEMU_ExecuteOptFlowStitchHDRHandle(void* h, const char** shots,
@@ -268,17 +276,21 @@ VELMORA_API void ZEMU_ExecuteOptFlowStitchHDRHandle(void* h, const char** shots,
  * earlier repairs. A structure is repaired only when its box, widened by 50 pixels on each side,
  * lies within 40 degrees of that shot's centre; rectangles centred within 30 degrees of the
  * panorama's left and right edge are never repaired. A refused rectangle prints
- * "<i>th ROI over cur sphere." (i counted from 0) and is skipped.
+ * "<i>th ROI over cur sphere." (i counted from 0) on standard output and is skipped; one that
+ * does not lie inside the panorama prints "<i>th ROI outside the panorama." on standard error
+ * and is skipped.
  *
  * Reads     the shots; the Up configuration and table file.
  * Runs      "isp.bat isp_minion.pp3 <outputPath> <outputPath>.jpg" with the profile that is in
  *           "./asset/isp_minion.pp3" already (no choice by saturation).
  * Writes    outputPath + ".jpg" (the framed, repaired panorama handed to the script, then
  *           deleted) and outputPath (the script's result, written again by extension).
- * Prints    the HDR stitch's progress lines, the ISP section line, "ISP spend time : <s>", and
- *           at the end "Optical flow stitch finished." and the separator.
- * Status    0 when done. -1 with "Read imgPath: <path> error." for an unreadable or wrongly
- *           sized shot, nothing written. -2 when memory runs out.
+ * Prints    "Optical Flow Stitch start.", the rectangles' lines, the ISP section line, and at
+ *           the end "Optical flow stitch finished." and the separator.
+ * Status    0 when done. -1 with one line on standard error: "Read imgPath: <path> error." for
+ *           an unreadable or wrongly sized shot (nothing written), "Camera not initialised: ..."
+ *           without an Up Init, "Read ISP result: <outputPath> error." when the script left no
+ *           image. -2 when memory runs out.
  * Threads   the HDR stitch's workers; the repairs and the colour step run on the caller's thread.
  */
 VELMORA_API void ZEMU_ExecutePanoRepairHandle(void* h, const char** shots, const char* outputPath,
