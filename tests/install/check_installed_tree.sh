@@ -87,7 +87,7 @@ fi
 finish
 
 # Runs a host binary in a fresh work folder and checks its transcript: the version banner of
-# this release, both cameras' Init lines and the rejected lower-case path.
+# this release, both cameras' Init lines, the stitch's lines and the rejected lower-case path.
 run_host() { # run_host <binary> <name>
   local binary=$1 work=$scratch/work-$2
   mkdir -p "$work"
@@ -98,19 +98,22 @@ run_host() { # run_host <binary> <name>
   grep -qx "==================version-$version==================" "$work/out.txt" &&
     grep -qx "Init UpCam done." "$work/out.txt" &&
     grep -qx "Init DownCam done." "$work/out.txt" &&
+    grep -qx "Stitch up cameras." "$work/out.txt" &&
+    grep -qx "Optical flow stitch finished." "$work/out.txt" &&
     grep -qx "host ok" "$work/out.txt" &&
     grep -qx "Configure path:$work/up.txt error." "$work/err.txt"
 }
 
 echo "== the README's host example"
-# The first C block of the installed README, compiled against the installed header.
+# The first C block of the installed README, built against the installed tree (not run: it
+# names a rig's files).
 awk '/^```c$/ { inside = 1; next } inside && /^```$/ { exit } inside' \
   "$prefix/share/doc/velmora/README.md" >"$scratch/readme_host.c"
 check "the README holds a C host example" test -s "$scratch/readme_host.c"
 # shellcheck disable=SC2086
-check "it compiles against include/velmora.h" \
+check "it compiles and links against the tree" \
   "$cc" -std=c99 -Wall -Wextra -Werror -pedantic $cflags -I"$prefix/include" \
-  -c "$scratch/readme_host.c" -o "$scratch/readme_host.o"
+  "$scratch/readme_host.c" -o "$scratch/readme_host" -L"$lib" -lvelmora
 
 echo "== host through find_package(Velmora)"
 cmake_host=$scratch/cmake-host
@@ -122,7 +125,7 @@ check "the package found is this tree's" equals \
 check "build" cmake --build "$cmake_host"
 check "host links the tree's libvelmora.so.$major alone" \
   links_velmora_alone "$cmake_host/velmora_host"
-check "host runs: Init of both cameras, codes, tables, banner $version" \
+check "host runs: Init of both cameras, stitch of six shots, codes, files, banner $version" \
   run_host "$cmake_host/velmora_host" cmake
 check "find_package(Velmora 2.0) is refused" \
   bash -c "! cmake -S '$here/host' -B '$scratch/cmake-host-2' -DCMAKE_PREFIX_PATH='$prefix' \
@@ -143,6 +146,6 @@ check "build with cc \$(pkg-config --cflags --libs velmora)" \
   -Wl,-rpath,"$pc_libdir"
 check "host links the tree's libvelmora.so.$major alone" \
   links_velmora_alone "$scratch/pkg-config-host"
-check "host runs: Init of both cameras, codes, tables, banner $version" \
+check "host runs: Init of both cameras, stitch of six shots, codes, files, banner $version" \
   run_host "$scratch/pkg-config-host" pkg-config
 finish
