@@ -1,6 +1,6 @@
 # What `cmake --install` puts where (GNU install directories under the prefix):
 #
-#   lib/libvelmora.so.1.0.34, libvelmora.so.1 -> it, libvelmora.so -> libvelmora.so.1
+#   lib/libvelmora.so.<version>, libvelmora.so.<major> -> it, libvelmora.so -> libvelmora.so.<major>
 #   include/velmora.h
 #   bin/velmora                                   the command-line tool, when it is built
 #   share/velmora/isp/isp.bat, asset/*.pp3        the Linux colour step
