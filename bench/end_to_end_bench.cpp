@@ -65,7 +65,7 @@ class Inputs {
       single_.push_back(request.outputDir + "/Up_" + std::to_string(p) + ".jpg");
 
     request.outputDir = folder_ + "/bracket";
-    request.exposures = {0.5f, 1.0f, 2.0f};
+    request.exposures = {2.0f, 1.0f, 0.5f};  // slot 0 the brightest, slot 2 the darkest
     if (!fs::exists(request.outputDir + "/Up_5_2.jpg")) {
       std::cerr << "Simulating eighteen shots into " << request.outputDir << std::endl;
       velmora::sim::simulateCamera(scene, request);

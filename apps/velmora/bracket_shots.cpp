@@ -37,7 +37,7 @@ std::vector<std::vector<std::string>> bracketsInFolder(const std::string& folder
   if (positions[0].size() < 2) {
     throw std::invalid_argument("No bracket of two or three exposures in " + folder +
                                 " (files Up_<position>_<exposure>.jpg as `velmora simulate "
-                                "--exposures 0.5,1,2` writes them).");
+                                "--exposures 2,1,0.5` writes them).");
   }
   return positions;
 }

@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kHdrFooter[] =
     R"(The shots: 12 or 18 files, position by position (p0e0 p0e1 [p0e2] p1e0 ...), or one
-folder written by `velmora simulate --exposures 0.5,1,2` (its Up_<p>_<e> files; the
+folder written by `velmora simulate --exposures 2,1,0.5` (its Up_<p>_<e> files; the
 configurations default to the folder's Up.txt and Down.txt). The library's fusion reads
 three exposures: a two-exposure set fails inside the fusion (status -1).
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kRepairFooter[] =
     R"(The shots: 18 files, position by position (p0e0 p0e1 p0e2 p1e0 ...), or one folder
-written by `velmora simulate --exposures 0.5,1,2` (the configuration then defaults to its
+written by `velmora simulate --exposures 2,1,0.5` (the configuration then defaults to its
 Up.txt). The repair fuses three exposures per head position.
 
 Rectangles are in the coordinates of the framed panorama the library writes, black bands

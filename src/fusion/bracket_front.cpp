@@ -33,7 +33,7 @@ bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string
   if (shots.size() != kHeadPositions * kSlotsPerPosition) {
     throw Failure("Expected 18 shot slots, got " + std::to_string(shots.size()) + ".");
   }
-  if (exposureCount < 1 || exposureCount > kSlotsPerPosition) {
+  if (exposureCount < 2 || exposureCount > kSlotsPerPosition) {
     throw Failure("Exposure count must be 2 or 3, got " + std::to_string(exposureCount) + ".");
   }
   const cv::Size upSize(static_cast<int>(handle.upWidth), static_cast<int>(handle.upHeight));

@@ -25,7 +25,7 @@ std::vector<std::string> bracketSlotsFromHost(const char* const* shots);
 // Reads shot p x 3 + e for every position p and exposure e below exposureCount and checks it
 // against the Up camera's recorded size. The first shot that cannot be read or has another size
 // prints "Read imgPath: <path> error." on standard error and makes the result false. `shots`
-// must hold 18 paths (unused slots may be empty); exposureCount must be 1 to 3 (Failure
+// must hold 18 paths (unused slots may be empty); exposureCount must be 2 or 3 (Failure
 // otherwise).
 bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string>& shots,
                        int exposureCount);

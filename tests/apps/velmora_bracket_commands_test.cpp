@@ -30,7 +30,7 @@ class BracketCommands : public ::testing::Test {
     shots_ = std::make_unique<TempDir>();
     const ToolRun simulated =
         runTool(*shots_, "simulate -o " + shots_->path().string() +
-                             " --camera up --exposures 0.5,1,2 --no-truth" + kSizes);
+                             " --camera up --exposures 2,1,0.5 --no-truth" + kSizes);
     ASSERT_EQ(simulated.exitCode, 0) << simulated.err;
   }
   static void TearDownTestSuite() { shots_.reset(); }

@@ -42,7 +42,7 @@ class BracketedStitch : public ::testing::Test {
     request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
     request.gridWidth = kGridWidth;
     request.gridHeight = kGridHeight;
-    request.exposures = {0.5f, 1.0f, 2.0f};
+    request.exposures = {2.0f, 1.0f, 0.5f};  // slot 0 the brightest, slot 2 the darkest
     request.outputDir = work_.file("shots");
     request.writeGroundTruth = false;
     const auto files = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
