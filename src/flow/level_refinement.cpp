@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "api/status.h"
 #include "flow/bilinear_sample.h"
@@ -45,6 +48,131 @@ inline float costAt(const LevelCostContext& level, const PixelTerms& pixel, floa
          kDisplacementWeight * std::fabs(fx) / level.height;
 }
 
+#if defined(__SSE2__)
+// Per-lane inputs of four cost evaluations: the pixel's terms and the flow value to cost.
+struct CostLanes {
+  __m128 x, y, gradient0x, gradient0y, priorX, priorY, fx, fy;
+};
+
+// s00 + (s01 - s00) u + (s10 - s00) v + (s00 + s11 - s01 - s10) u v, as sampleAt.
+inline __m128 sampleLanes(__m128 s00, __m128 s01, __m128 s10, __m128 s11, __m128 u, __m128 v) {
+  __m128 value = _mm_add_ps(s00, _mm_mul_ps(_mm_sub_ps(s01, s00), u));
+  value = _mm_add_ps(value, _mm_mul_ps(_mm_sub_ps(s10, s00), v));
+  const __m128 cross = _mm_sub_ps(_mm_sub_ps(_mm_add_ps(s00, s11), s01), s10);
+  return _mm_add_ps(value, _mm_mul_ps(_mm_mul_ps(cross, u), v));
+}
+
+// Four costs at once, lane for lane the same IEEE operations in the same order as costAt, so
+// every lane equals costAt bit for bit (max/min keep the clamp's NaN and signed-zero behaviour:
+// a NaN or -0 coordinate reads as +0).
+inline __m128 costLanes(const LevelCostContext& level, const CostLanes& in) {
+  const __m128 zero = _mm_setzero_ps();
+  const __m128 px = _mm_min_ps(_mm_max_ps(_mm_add_ps(in.x, in.fx), zero), _mm_set1_ps(level.maxX));
+  const __m128 py = _mm_min_ps(_mm_max_ps(_mm_add_ps(in.y, in.fy), zero), _mm_set1_ps(level.maxY));
+  const __m128i column = _mm_cvttps_epi32(px);
+  const __m128i row = _mm_cvttps_epi32(py);
+  const __m128 u = _mm_sub_ps(px, _mm_cvtepi32_ps(column));
+  const __m128 v = _mm_sub_ps(py, _mm_cvtepi32_ps(row));
+  alignas(16) int columns[4];
+  alignas(16) int rows[4];
+  _mm_store_si128(reinterpret_cast<__m128i*>(columns), column);
+  _mm_store_si128(reinterpret_cast<__m128i*>(rows), row);
+  const std::size_t stride = level.stride;
+  const float* gx[4];
+  const float* gy[4];
+  for (int k = 0; k < 4; ++k) {
+    const std::size_t at = static_cast<std::size_t>(rows[k]) * stride + columns[k];
+    gx[k] = level.gradient1x + at;
+    gy[k] = level.gradient1y + at;
+  }
+  const __m128 sx = sampleLanes(
+      _mm_setr_ps(gx[0][0], gx[1][0], gx[2][0], gx[3][0]),
+      _mm_setr_ps(gx[0][1], gx[1][1], gx[2][1], gx[3][1]),
+      _mm_setr_ps(gx[0][stride], gx[1][stride], gx[2][stride], gx[3][stride]),
+      _mm_setr_ps(gx[0][stride + 1], gx[1][stride + 1], gx[2][stride + 1], gx[3][stride + 1]), u,
+      v);
+  const __m128 sy = sampleLanes(
+      _mm_setr_ps(gy[0][0], gy[1][0], gy[2][0], gy[3][0]),
+      _mm_setr_ps(gy[0][1], gy[1][1], gy[2][1], gy[3][1]),
+      _mm_setr_ps(gy[0][stride], gy[1][stride], gy[2][stride], gy[3][stride]),
+      _mm_setr_ps(gy[0][stride + 1], gy[1][stride + 1], gy[2][stride + 1], gy[3][stride + 1]), u,
+      v);
+  const __m128 ex = _mm_sub_ps(in.gradient0x, sx);
+  const __m128 ey = _mm_sub_ps(in.gradient0y, sy);
+  const __m128 dx = _mm_sub_ps(in.fx, in.priorX);
+  const __m128 dy = _mm_sub_ps(in.fy, in.priorY);
+  const __m128 absMask = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+  const __m128 weight = _mm_set1_ps(kDisplacementWeight);
+  __m128 cost = _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(ex, ex), _mm_mul_ps(ey, ey)));
+  cost =
+      _mm_add_ps(cost, _mm_mul_ps(_mm_set1_ps(kPriorWeight),
+                                  _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy)))));
+  cost = _mm_add_ps(
+      cost, _mm_div_ps(_mm_mul_ps(weight, _mm_and_ps(in.fy, absMask)), _mm_set1_ps(level.width)));
+  return _mm_add_ps(
+      cost, _mm_div_ps(_mm_mul_ps(weight, _mm_and_ps(in.fx, absMask)), _mm_set1_ps(level.height)));
+}
+
+// The cost evaluations of up to two pixels' visits laid out in lanes: each pixel's own flow
+// followed by its candidates. Two pixels of one visit batch never read each other's flow, so
+// their evaluations run side by side and overlap in time.
+template <int kLanes>
+class VisitLanes {
+ public:
+  // Appends the lanes of one pixel: its own flow, then its candidates. Returns the pixel's first
+  // lane.
+  int add(const PixelTerms& pixel, float fx, float fy, const cv::Vec2f* const* candidates,
+          int count) {
+    const int first = used_;
+    put(pixel, fx, fy);
+    for (int k = 0; k < count; ++k) put(pixel, (*candidates[k])[0], (*candidates[k])[1]);
+    return first;
+  }
+
+  // Costs every used lane (spare lanes of the last group repeat lane 0 and are not read).
+  void evaluate(const LevelCostContext& level) {
+    for (int k = used_; k % 4 != 0; ++k) copyLane(0, k);
+    for (int k = 0; k < used_; k += 4) {
+      const CostLanes in{_mm_load_ps(x_ + k),   _mm_load_ps(y_ + k),      _mm_load_ps(g0x_ + k),
+                         _mm_load_ps(g0y_ + k), _mm_load_ps(priorX_ + k), _mm_load_ps(priorY_ + k),
+                         _mm_load_ps(fx_ + k),  _mm_load_ps(fy_ + k)};
+      _mm_store_ps(cost_ + k, costLanes(level, in));
+    }
+  }
+
+  float fx(int lane) const { return fx_[lane]; }
+  float fy(int lane) const { return fy_[lane]; }
+  float cost(int lane) const { return cost_[lane]; }
+
+ private:
+  void put(const PixelTerms& pixel, float fx, float fy) {
+    x_[used_] = pixel.x;
+    y_[used_] = pixel.y;
+    g0x_[used_] = pixel.gradient0x;
+    g0y_[used_] = pixel.gradient0y;
+    priorX_[used_] = pixel.priorX;
+    priorY_[used_] = pixel.priorY;
+    fx_[used_] = fx;
+    fy_[used_] = fy;
+    ++used_;
+  }
+  void copyLane(int from, int to) {
+    x_[to] = x_[from];
+    y_[to] = y_[from];
+    g0x_[to] = g0x_[from];
+    g0y_[to] = g0y_[from];
+    priorX_[to] = priorX_[from];
+    priorY_[to] = priorY_[from];
+    fx_[to] = fx_[from];
+    fy_[to] = fy_[from];
+  }
+
+  int used_ = 0;
+  alignas(16) float x_[kLanes], y_[kLanes], g0x_[kLanes], g0y_[kLanes];
+  alignas(16) float priorX_[kLanes], priorY_[kLanes], fx_[kLanes], fy_[kLanes], cost_[kLanes];
+};
+#endif
+
 void requireSweepInputs(const SweepInputs& in, const cv::Mat& flow) {
   const cv::Size size = in.gradient0x.size();
   for (const cv::Mat* image :
@@ -80,62 +208,171 @@ LevelCostContext costContextOf(const SweepInputs& in, cv::Mat& gradient1xStorage
 // (none of them is the pixel itself), so their costs are computed together first and then taken
 // in visiting order: horizontal then vertical for each d, strictly lower cost wins.
 template <bool kForward, bool kWide>
-void sweep(const SweepInputs& in, cv::Mat& flow) {
-  constexpr int kStep = kWide ? 2 : 1;
-  constexpr int kLimit = kWide ? 10 : 2;
-  constexpr int kMaxCandidates = 2 * ((kLimit - 1) / kStep);
-  requireSweepInputs(in, flow);
-  cv::Mat gradient1x, gradient1y;
-  const LevelCostContext level = costContextOf(in, gradient1x, gradient1y);
-  const int width = flow.cols;
-  const int height = flow.rows;
-  const std::ptrdiff_t flowStride = static_cast<std::ptrdiff_t>(flow.step1() / 2);
+class Sweep {
+ public:
+  static constexpr int kStep = kWide ? 2 : 1;
+  static constexpr int kLimit = kWide ? 10 : 2;
+  static constexpr int kMaxCandidates = 2 * ((kLimit - 1) / kStep);
 
-  for (int row = 0; row < height; ++row) {
-    const int y = kForward ? row : height - 1 - row;
-    const float* gradient0x = in.gradient0x.ptr<float>(y);
-    const float* gradient0y = in.gradient0y.ptr<float>(y);
-    const float* alpha0 = in.alpha0.ptr<float>(y);
-    const float* alpha1 = in.alpha1.ptr<float>(y);
-    const cv::Vec2f* prior = in.prior.ptr<cv::Vec2f>(y);
-    cv::Vec2f* flowRow = flow.ptr<cv::Vec2f>(y);
-    for (int column = 0; column < width; ++column) {
-      const int x = kForward ? column : width - 1 - column;
-      if (!(alpha0[x] > kSweepAlphaThreshold && alpha1[x] > kSweepAlphaThreshold)) continue;
-      const PixelTerms pixel{static_cast<float>(x), static_cast<float>(y), gradient0x[x],
-                             gradient0y[x],         prior[x][0],           prior[x][1]};
+  Sweep(const SweepInputs& in, cv::Mat& flow) : in_(in), flow_(flow) {
+    requireSweepInputs(in, flow);
+    level_ = costContextOf(in, gradient1x_, gradient1y_);
+    width_ = flow.cols;
+    height_ = flow.rows;
+    flowStride_ = static_cast<std::ptrdiff_t>(flow.step1() / 2);
+  }
 
-      const cv::Vec2f* candidates[kMaxCandidates];
-      int count = 0;
-      for (int d = kStep; d < kLimit; d += kStep) {
-        if (kForward ? x > d : x < width - d) {
-          candidates[count++] = flowRow + (kForward ? x - d : x + d);
+  void run() {
+    for (int row = 0; row < height_; ++row) {
+      const int y = kForward ? row : height_ - 1 - row;
+      Row r{y,
+            in_.gradient0x.ptr<float>(y),
+            in_.gradient0y.ptr<float>(y),
+            in_.alpha0.ptr<float>(y),
+            in_.alpha1.ptr<float>(y),
+            in_.prior.ptr<cv::Vec2f>(y),
+            flow_.ptr<cv::Vec2f>(y)};
+      for (int column = 0; column < width_; ++column) {
+        const int x = kForward ? column : width_ - 1 - column;
+        if (!visited(r, x)) continue;
+#if defined(__SSE2__)
+        // With wide propagation the next pixel in visiting order never reads this one's flow
+        // (candidates are at even distances): both are refined together.
+        const int next = kForward ? x + 1 : x - 1;
+        if (kWide && column + 1 < width_ && visited(r, next)) {
+          refinePair(r, x, next);
+          ++column;
+          continue;
         }
-        if (kForward ? y > d : y < height - d) {
-          candidates[count++] = flowRow + (kForward ? -d : d) * flowStride + x;
-        }
+#endif
+        refineOne(r, x);
       }
-      float fx = flowRow[x][0];
-      float fy = flowRow[x][1];
-      float best = costAt(level, pixel, fx, fy);
-      float costs[kMaxCandidates];
-      for (int k = 0; k < count; ++k) {
-        costs[k] = costAt(level, pixel, (*candidates[k])[0], (*candidates[k])[1]);
-      }
-      for (int k = 0; k < count; ++k) {
-        if (costs[k] < best) {
-          fx = (*candidates[k])[0];
-          fy = (*candidates[k])[1];
-          best = costs[k];
-        }
-      }
-
-      const float ex = costAt(level, pixel, fx + kOffsetX[0], fy + kOffsetX[1]);
-      const float ey = costAt(level, pixel, fx + kOffsetY[0], fy + kOffsetY[1]);
-      flowRow[x][0] = fx - 0.5f * (ex - best) / kGradientDelta;
-      flowRow[x][1] = fy - 0.5f * (ey - best) / kGradientDelta;
     }
   }
+
+ private:
+  struct Row {
+    int y;
+    const float* gradient0x;
+    const float* gradient0y;
+    const float* alpha0;
+    const float* alpha1;
+    const cv::Vec2f* prior;
+    cv::Vec2f* flow;
+  };
+
+  static bool visited(const Row& r, int x) {
+    return r.alpha0[x] > kSweepAlphaThreshold && r.alpha1[x] > kSweepAlphaThreshold;
+  }
+
+  PixelTerms termsOf(const Row& r, int x) const {
+    return {static_cast<float>(x), static_cast<float>(r.y), r.gradient0x[x],
+            r.gradient0y[x],       r.prior[x][0],           r.prior[x][1]};
+  }
+
+  int candidatesOf(const Row& r, int x, const cv::Vec2f** candidates) const {
+    int count = 0;
+    for (int d = kStep; d < kLimit; d += kStep) {
+      if (kForward ? x > d : x < width_ - d) {
+        candidates[count++] = r.flow + (kForward ? x - d : x + d);
+      }
+      if (kForward ? r.y > d : r.y < height_ - d) {
+        candidates[count++] = r.flow + (kForward ? -d : d) * flowStride_ + x;
+      }
+    }
+    return count;
+  }
+
+  // The gradient step from f with cost `best`, given the costs ex and ey of f + (0.001, 0) and
+  // f + (0, 0.001); both differences are taken before either component is written.
+  static void step(cv::Vec2f& flow, float fx, float fy, float best, float ex, float ey) {
+    flow[0] = fx - 0.5f * (ex - best) / kGradientDelta;
+    flow[1] = fy - 0.5f * (ey - best) / kGradientDelta;
+  }
+
+#if defined(__SSE2__)
+  // Takes the cheapest of a pixel's lanes in visiting order (strictly lower wins).
+  template <typename Lanes>
+  static int cheapest(const Lanes& lanes, int first, int count) {
+    int best = first;
+    for (int k = first + 1; k <= first + count; ++k) {
+      if (lanes.cost(k) < lanes.cost(best)) best = k;
+    }
+    return best;
+  }
+
+  void refineLanes(const Row& r, const int* xs, int pixels) {
+    VisitLanes<(kMaxCandidates + 1) * 2 + 2> visit;
+    PixelTerms terms[2];
+    int first[2];
+    int counts[2];
+    for (int i = 0; i < pixels; ++i) {
+      const cv::Vec2f* candidates[kMaxCandidates];
+      counts[i] = candidatesOf(r, xs[i], candidates);
+      terms[i] = termsOf(r, xs[i]);
+      first[i] = visit.add(terms[i], r.flow[xs[i]][0], r.flow[xs[i]][1], candidates, counts[i]);
+    }
+    visit.evaluate(level_);
+    VisitLanes<4> steps;
+    float fx[2], fy[2], best[2];
+    for (int i = 0; i < pixels; ++i) {
+      const int lane = cheapest(visit, first[i], counts[i]);
+      fx[i] = visit.fx(lane);
+      fy[i] = visit.fy(lane);
+      best[i] = visit.cost(lane);
+      steps.add(terms[i], fx[i] + kOffsetX[0], fy[i] + kOffsetX[1], nullptr, 0);
+      steps.add(terms[i], fx[i] + kOffsetY[0], fy[i] + kOffsetY[1], nullptr, 0);
+    }
+    steps.evaluate(level_);
+    for (int i = 0; i < pixels; ++i) {
+      step(r.flow[xs[i]], fx[i], fy[i], best[i], steps.cost(2 * i), steps.cost(2 * i + 1));
+    }
+  }
+
+  void refinePair(const Row& r, int x, int next) {
+    const int xs[2] = {x, next};
+    refineLanes(r, xs, 2);
+  }
+
+  void refineOne(const Row& r, int x) {
+    refineLanes(r, &x, 1);
+  }
+#else
+  void refineOne(const Row& r, int x) {
+    const PixelTerms pixel = termsOf(r, x);
+    const cv::Vec2f* candidates[kMaxCandidates];
+    const int count = candidatesOf(r, x, candidates);
+    float fx = r.flow[x][0];
+    float fy = r.flow[x][1];
+    float best = costAt(level_, pixel, fx, fy);
+    float costs[kMaxCandidates];
+    for (int k = 0; k < count; ++k) {
+      costs[k] = costAt(level_, pixel, (*candidates[k])[0], (*candidates[k])[1]);
+    }
+    for (int k = 0; k < count; ++k) {
+      if (costs[k] < best) {
+        fx = (*candidates[k])[0];
+        fy = (*candidates[k])[1];
+        best = costs[k];
+      }
+    }
+    const float ex = costAt(level_, pixel, fx + kOffsetX[0], fy + kOffsetX[1]);
+    const float ey = costAt(level_, pixel, fx + kOffsetY[0], fy + kOffsetY[1]);
+    step(r.flow[x], fx, fy, best, ex, ey);
+  }
+#endif
+
+  const SweepInputs& in_;
+  cv::Mat& flow_;
+  cv::Mat gradient1x_, gradient1y_;
+  LevelCostContext level_{};
+  int width_ = 0, height_ = 0;
+  std::ptrdiff_t flowStride_ = 0;
+};
+
+template <bool kForward, bool kWide>
+void sweep(const SweepInputs& in, cv::Mat& flow) {
+  Sweep<kForward, kWide>(in, flow).run();
 }
 
 void medianInPlace(cv::Mat& flow) {
