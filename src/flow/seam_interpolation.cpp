@@ -20,6 +20,31 @@ std::array<uchar, 256> singleSourceAlphas() {
   return alphas;
 }
 
+// The flow resampled at the grid positions (x, y) by cubic interpolation with a zero border.
+// At an integer position the cubic weights are (0, 1, 0, 0) along both axes, so a finite flow
+// resamples to itself (up to the sign of a zero, which the displaced positions and magnitudes
+// do not show) and to zero beyond its edges: it is copied. Only a non-finite value would spread
+// to its neighbours (0 x inf), so then the interpolation runs as such.
+cv::Mat flowAtGridPositions(const cv::Mat& flow, const InterpolationGrid& grid) {
+  if (!cv::checkRange(flow)) {
+    cv::Mat positions(grid.rows, grid.columns, CV_32FC2);
+    for (int y = 0; y < grid.rows; ++y) {
+      cv::Vec2f* row = positions.ptr<cv::Vec2f>(y);
+      for (int x = 0; x < grid.columns; ++x) {
+        row[x] = cv::Vec2f(static_cast<float>(x), static_cast<float>(y));
+      }
+    }
+    cv::Mat resampled;
+    cv::remap(flow, resampled, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
+    return resampled;
+  }
+  cv::Mat resampled(grid.rows, grid.columns, CV_32FC2);
+  const cv::Rect shared(0, 0, std::min(grid.columns, flow.cols), std::min(grid.rows, flow.rows));
+  if (shared != cv::Rect(0, 0, grid.columns, grid.rows)) resampled.setTo(cv::Scalar::all(0));
+  flow(shared).copyTo(resampled(shared));
+  return resampled;
+}
+
 }  // namespace
 
 InterpolationGrid bandGrid(int count, int frameWidth, int frameHeight) {
@@ -38,16 +63,9 @@ WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, cons
   if (image.type() != CV_8UC4 || flow.type() != CV_32FC2) {
     throw Failure("Seam warp: the image must be 8-bit BGRA and the flow CV_32FC2.");
   }
-  cv::Mat positions(grid.rows, grid.columns, CV_32FC2);
-  for (int y = 0; y < grid.rows; ++y) {
-    cv::Vec2f* row = positions.ptr<cv::Vec2f>(y);
-    for (int x = 0; x < grid.columns; ++x)
-      row[x] = cv::Vec2f(static_cast<float>(x), static_cast<float>(y));
-  }
-  cv::Mat resampledFlow;
-  cv::remap(flow, resampledFlow, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
-
-  // Reuse the position map for the displaced positions; remember (1 - s) per column.
+  // The resampled flow becomes the map of displaced positions in place; remember (1 - s) per
+  // column.
+  cv::Mat displaced = flowAtGridPositions(flow, grid);
   std::vector<float> keep(grid.columns);
   std::vector<float> displacement(grid.columns);
   for (int x = 0; x < grid.columns; ++x) {
@@ -57,16 +75,16 @@ WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, cons
   }
   WarpedImage warped;
   warped.magnitude.create(grid.rows, grid.columns, CV_32F);
-  cv::Mat& displaced = positions;
   for (int y = 0; y < grid.rows; ++y) {
     cv::Vec2f* map = displaced.ptr<cv::Vec2f>(y);
-    const cv::Vec2f* f = resampledFlow.ptr<cv::Vec2f>(y);
     float* magnitude = warped.magnitude.ptr<float>(y);
     const float fy = static_cast<float>(y);
     for (int x = 0; x < grid.columns; ++x) {
+      const float dx = map[x][0];
+      const float dy = map[x][1];
       const float s = displacement[x];
-      map[x] = cv::Vec2f(static_cast<float>(x) + s * f[x][0], fy + s * f[x][1]);
-      magnitude[x] = std::sqrt(f[x][0] * f[x][0] + f[x][1] * f[x][1]);
+      magnitude[x] = std::sqrt(dx * dx + dy * dy);
+      map[x] = cv::Vec2f(static_cast<float>(x) + s * dx, fy + s * dy);
     }
   }
   cv::remap(image, warped.image, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
