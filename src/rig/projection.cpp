@@ -1,42 +1,75 @@
 #include "rig/projection.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "api/status.h"
 #include "common/worker_threads.h"
 
 namespace velmora {
+namespace {
 
-cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeometry& geometry) {
+void requireShot(const cv::Mat& shot, const CameraGeometry& geometry) {
   if (shot.type() != CV_8UC3 || shot.cols != static_cast<int>(geometry.size1) ||
       shot.rows != static_cast<int>(geometry.size2)) {
     throw Failure("Projection: shot of " + std::to_string(shot.cols) + "x" +
                   std::to_string(shot.rows) + " does not fit the camera's " +
                   std::to_string(geometry.size1) + "x" + std::to_string(geometry.size2) + ".");
   }
-  CV_Assert(table.type() == CV_32FC2);
-  cv::Mat projected = cv::Mat::zeros(table.rows, table.cols, CV_8UC3);
+}
+
+// A cell is projected only when both of its coordinates are non-zero.
+inline bool seen(const cv::Vec2f& record) {
+  return record[0] != 0.0f && record[1] != 0.0f;
+}
+
+// Per table row, the columns [first, end) between the first and the last seen cell; every cell
+// outside them stays black. A camera sees about a quarter of the grid, so most of the table is
+// never read again.
+std::vector<cv::Range> seenColumns(const cv::Mat& table) {
+  std::vector<cv::Range> ranges(table.rows);
+  for (int i = 0; i < table.rows; ++i) {
+    const cv::Vec2f* records = table.ptr<cv::Vec2f>(i);
+    int first = 0;
+    while (first < table.cols && !seen(records[first])) ++first;
+    int end = table.cols;
+    while (end > first && !seen(records[end - 1])) --end;
+    ranges[i] = cv::Range(first, end);
+  }
+  return ranges;
+}
+
+cv::Mat projectThroughRanges(const cv::Mat& shot, const cv::Mat& table,
+                             const CameraGeometry& geometry,
+                             const std::vector<cv::Range>& columns) {
+  cv::Mat projected(table.rows, table.cols, CV_8UC3);
   const int lastInteriorX = static_cast<int>(geometry.size1) - 2;
   const int lastInteriorY = static_cast<int>(geometry.size2) - 2;
   const size_t step = shot.step[0];
-  const float columns = static_cast<float>(shot.cols);
-  const float rows = static_cast<float>(shot.rows);
+  const float shotColumns = static_cast<float>(shot.cols);
+  const float shotRows = static_cast<float>(shot.rows);
 
   for (int i = 0; i < table.rows; ++i) {
     const cv::Vec2f* records = table.ptr<cv::Vec2f>(i);
     uchar* out = projected.ptr<uchar>(i);
-    for (int j = 0; j < table.cols; ++j) {
+    const cv::Range range = columns[i];
+    std::memset(out, 0, static_cast<size_t>(range.start) * 3);
+    std::memset(out + range.end * 3, 0, static_cast<size_t>(table.cols - range.end) * 3);
+    for (int j = range.start; j < range.end; ++j) {
       const float u = records[j][0];
       const float v = records[j][1];
-      if (u == 0.0f || v == 0.0f) continue;
-      // A damaged cache file must not make us read outside the shot (NaN fails too).
-      if (!(u > 0.0f && v > 0.0f && u < columns && v < rows)) continue;
+      uchar* cell = out + j * 3;
+      // An unseen cell stays black; so does a record of a damaged cache file that would read
+      // outside the shot (NaN fails the test too).
+      if (u == 0.0f || v == 0.0f || !(u > 0.0f && v > 0.0f && u < shotColumns && v < shotRows)) {
+        cell[0] = cell[1] = cell[2] = 0;
+        continue;
+      }
       const int x0 = static_cast<int>(std::floor(u));
       const int y0 = static_cast<int>(std::floor(v));
       const float fx = u - x0;
       const float fy = v - y0;
       const uchar* p00 = shot.data + y0 * step + x0 * 3;
-      uchar* cell = out + j * 3;
       if (x0 > 1 && x0 < lastInteriorX && y0 >= 2 && y0 < lastInteriorY) {
         const uchar* p01 = p00 + step;
         const float w00 = (1 - fx) * (1 - fy);
@@ -57,12 +90,24 @@ cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeome
   return projected;
 }
 
+}  // namespace
+
+cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeometry& geometry) {
+  requireShot(shot, geometry);
+  CV_Assert(table.type() == CV_32FC2);
+  return projectThroughRanges(shot, table, geometry, seenColumns(table));
+}
+
 std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::Mat& table,
                                   const CameraGeometry& geometry) {
+  for (const cv::Mat& shot : shots) requireShot(shot, geometry);
+  CV_Assert(table.type() == CV_32FC2);
+  const std::vector<cv::Range> columns = seenColumns(table);
   std::vector<cv::Mat> projected(shots.size());
   WorkerThreads workers;
   for (size_t k = 0; k < shots.size(); ++k) {
-    workers.start([&, k] { projected[k] = projectShot(shots[k], table, geometry); });
+    workers.start(
+        [&, k] { projected[k] = projectThroughRanges(shots[k], table, geometry, columns); });
   }
   workers.join();
   return projected;
