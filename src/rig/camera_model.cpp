@@ -51,20 +51,38 @@ TableSetup makeSetup(const CameraGeometry& geometry, const CameraCalibration& ca
   return setup;
 }
 
+// Directions whose rotated z component (the cosine of their angle from the optical axis, the
+// directions being unit vectors up to float rounding) is at most this lie more than 70.7 degrees
+// off the axis, beyond the 70 degree limit with a margin far above any rounding: their theta
+// cannot pass the limit, so they are skipped before the costly angles are computed.
+constexpr double kBeyondViewCosine = 0.33;
+
+// Whether no direction of the row can come within kBeyondViewCosine of the axis. The rotated z
+// of the row's directions is r20 cos(lat) sin(lon) - r21 sin(lat) + r22 cos(lat) cos(lon), at
+// most -r21 sin(lat) + |cos(lat)| sqrt(r20^2 + r22^2) for any longitude (Cauchy-Schwarz); the
+// small additions cover the float rounding of the sines, cosines and products.
+bool rowBeyondView(const cv::Matx33d& r, float sinLatitude, float cosLatitude) {
+  const double bound = -r(2, 1) * sinLatitude +
+                       std::fabs(cosLatitude) * std::hypot(r(2, 0), r(2, 2)) * (1.0 + 1e-5) + 1e-5;
+  return bound <= kBeyondViewCosine;
+}
+
 void computeRow(const TableSetup& setup, uint32_t outHeight, int row, cv::Vec2f* records) {
   const float latitude = static_cast<float>(-2.0 * kPi * (row - outHeight * 0.5) / setup.scale);
   const float cosLatitude = cosf(latitude);
   const float sinLatitude = sinf(latitude);
   const cv::Matx33d& r = setup.rotation;
   const int columns = static_cast<int>(setup.sinLongitude.size());
+  std::fill(records, records + columns, cv::Vec2f(0.0f, 0.0f));
+  if (rowBeyondView(r, sinLatitude, cosLatitude)) return;
   for (int j = 0; j < columns; ++j) {
-    records[j] = cv::Vec2f(0.0f, 0.0f);
     const double x0 = cosLatitude * setup.sinLongitude[j];
     const double y0 = -sinLatitude;
     const double z0 = cosLatitude * setup.cosLongitude[j];
+    const double z = r(2, 0) * x0 + r(2, 1) * y0 + r(2, 2) * z0 + 0.0;
+    if (z <= kBeyondViewCosine) continue;
     const double x = r(0, 0) * x0 + r(0, 1) * y0 + r(0, 2) * z0 + 0.0;
     const double y = r(1, 0) * x0 + r(1, 1) * y0 + r(1, 2) * z0 + 0.0;
-    const double z = r(2, 0) * x0 + r(2, 1) * y0 + r(2, 2) * z0 + 0.0;
     const float theta = static_cast<float>(std::atan2(std::sqrt(x * x + y * y), z));
     if (theta > kMaxViewAngle) continue;
     const double phi = std::atan2(-y, x);
