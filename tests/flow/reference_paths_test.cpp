@@ -1,0 +1,187 @@
+// The propagation sweeps and the seam warp against plain loops written from their formulas: the
+// fast paths evaluate costs four at a time, refine neighbouring pixels together and copy the
+// flow at integer positions, and must still give the same bits.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <opencv2/imgproc.hpp>
+
+#include "flow/level_refinement.h"
+#include "flow/seam_interpolation.h"
+
+namespace velmora {
+namespace {
+
+bool sameBits(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
+         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
+}
+
+// Bilinear sample, the position clamped to [0, size - 2] first at 0, then at the upper bound.
+float sample(const cv::Mat& image, float x, float y) {
+  if (x < 0.0f) x = 0.0f;
+  if (x > image.cols - 2) x = static_cast<float>(image.cols - 2);
+  if (y < 0.0f) y = 0.0f;
+  if (y > image.rows - 2) y = static_cast<float>(image.rows - 2);
+  const int i = static_cast<int>(x);
+  const int j = static_cast<int>(y);
+  const float u = x - i;
+  const float v = y - j;
+  const float s00 = image.at<float>(j, i);
+  const float s01 = image.at<float>(j, i + 1);
+  const float s10 = image.at<float>(j + 1, i);
+  const float s11 = image.at<float>(j + 1, i + 1);
+  return s00 + (s01 - s00) * u + (s10 - s00) * v + (s00 + s11 - s01 - s10) * u * v;
+}
+
+float cost(const SweepInputs& in, int x, int y, cv::Vec2f f) {
+  const float W = static_cast<float>(in.gradient0x.cols);
+  const float H = static_cast<float>(in.gradient0x.rows);
+  const float ex = in.gradient0x.at<float>(y, x) - sample(in.gradient1x, x + f[0], y + f[1]);
+  const float ey = in.gradient0y.at<float>(y, x) - sample(in.gradient1y, x + f[0], y + f[1]);
+  const cv::Vec2f p = in.prior.at<cv::Vec2f>(y, x);
+  return std::sqrt(ex * ex + ey * ey) +
+         0.012f * std::sqrt((f[0] - p[0]) * (f[0] - p[0]) + (f[1] - p[1]) * (f[1] - p[1])) +
+         0.02f * std::fabs(f[1]) / W + 0.02f * std::fabs(f[0]) / H;
+}
+
+// One pixel at a time in visiting order, each candidate costed and taken on the spot.
+void referenceSweep(const SweepInputs& in, cv::Mat& flow, bool forward, bool wide) {
+  const int W = flow.cols;
+  const int H = flow.rows;
+  const int s = wide ? 2 : 1;
+  const int limit = wide ? 10 : 2;
+  for (int row = 0; row < H; ++row) {
+    for (int column = 0; column < W; ++column) {
+      const int y = forward ? row : H - 1 - row;
+      const int x = forward ? column : W - 1 - column;
+      if (!(in.alpha0.at<float>(y, x) > 0.9f && in.alpha1.at<float>(y, x) > 0.9f)) continue;
+      cv::Vec2f& f = flow.at<cv::Vec2f>(y, x);
+      float best = cost(in, x, y, f);
+      for (int d = s; d < limit; d += s) {
+        if (forward ? x > d : x < W - d) {
+          const cv::Vec2f k = flow.at<cv::Vec2f>(y, forward ? x - d : x + d);
+          const float c = cost(in, x, y, k);
+          if (c < best) {
+            f = k;
+            best = c;
+          }
+        }
+        if (forward ? y > d : y < H - d) {
+          const cv::Vec2f k = flow.at<cv::Vec2f>(forward ? y - d : y + d, x);
+          const float c = cost(in, x, y, k);
+          if (c < best) {
+            f = k;
+            best = c;
+          }
+        }
+      }
+      const float ex = cost(in, x, y, cv::Vec2f(f[0] + 0.001f, f[1] + 0.0f));
+      const float ey = cost(in, x, y, cv::Vec2f(f[0] + 0.0f, f[1] + 0.001f));
+      f = cv::Vec2f(f[0] - 0.5f * (ex - best) / 0.001f, f[1] - 0.5f * (ey - best) / 0.001f);
+    }
+  }
+}
+
+// Random gradients and prior, alphas valid at about two pixels in three (so runs of valid
+// pixels of every length occur), and a flow reaching past the borders.
+SweepInputs randomLevel(cv::Size size, cv::RNG& rng) {
+  SweepInputs in;
+  for (cv::Mat* gradient : {&in.gradient0x, &in.gradient0y, &in.gradient1x, &in.gradient1y}) {
+    gradient->create(size, CV_32F);
+    rng.fill(*gradient, cv::RNG::UNIFORM, -1.0f, 1.0f);
+  }
+  for (cv::Mat* alpha : {&in.alpha0, &in.alpha1}) {
+    alpha->create(size, CV_32F);
+    rng.fill(*alpha, cv::RNG::UNIFORM, 0.75f, 1.0f);
+  }
+  in.prior.create(size, CV_32FC2);
+  rng.fill(in.prior, cv::RNG::UNIFORM, -2.0f, 2.0f);
+  return in;
+}
+
+TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
+  cv::RNG rng(31);
+  for (const cv::Size size : {cv::Size(37, 23), cv::Size(2, 9), cv::Size(64, 3)}) {
+    const SweepInputs in = randomLevel(size, rng);
+    cv::Mat start(size, CV_32FC2);
+    rng.fill(start, cv::RNG::UNIFORM, -6.0f, 6.0f);
+    for (bool wide : {false, true}) {
+      for (bool forward : {true, false}) {
+        cv::Mat expected = start.clone();
+        referenceSweep(in, expected, forward, wide);
+        cv::Mat flow = start.clone();
+        forward ? forwardSweep(in, flow, wide) : backwardSweep(in, flow, wide);
+        ASSERT_FALSE(sameBits(expected, start)) << "the sweep changed nothing";
+        EXPECT_TRUE(sameBits(flow, expected)) << size << " wide " << wide << " forward " << forward;
+      }
+    }
+  }
+}
+
+// The warp as read: the flow cubic-resampled at the grid positions, the image cubic-sampled at
+// the displaced positions, the alpha scaled by 1 - s.
+WarpedImage referenceWarp(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
+                          BandSide side) {
+  cv::Mat positions(grid.rows, grid.columns, CV_32FC2);
+  for (int y = 0; y < grid.rows; ++y) {
+    for (int x = 0; x < grid.columns; ++x) positions.at<cv::Vec2f>(y, x) = cv::Vec2f(x, y);
+  }
+  cv::Mat resampled;
+  cv::remap(flow, resampled, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
+  WarpedImage warped;
+  warped.magnitude.create(grid.rows, grid.columns, CV_32F);
+  cv::Mat displaced(grid.rows, grid.columns, CV_32FC2);
+  for (int y = 0; y < grid.rows; ++y) {
+    for (int x = 0; x < grid.columns; ++x) {
+      const float t = static_cast<float>(x) / static_cast<float>(grid.columns);
+      const float s = side == BandSide::kLeading ? t : 1.0f - t;
+      const cv::Vec2f f = resampled.at<cv::Vec2f>(y, x);
+      displaced.at<cv::Vec2f>(y, x) = cv::Vec2f(x + s * f[0], y + s * f[1]);
+      warped.magnitude.at<float>(y, x) = std::sqrt(f[0] * f[0] + f[1] * f[1]);
+    }
+  }
+  cv::remap(image, warped.image, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+            cv::Scalar::all(0));
+  for (int y = 0; y < grid.rows; ++y) {
+    for (int x = 0; x < grid.columns; ++x) {
+      const float t = static_cast<float>(x) / static_cast<float>(grid.columns);
+      const float s = side == BandSide::kLeading ? t : 1.0f - t;
+      uchar& alpha = warped.image.at<cv::Vec4b>(y, x)[3];
+      alpha = static_cast<uchar>((1.0f - s) * alpha);
+    }
+  }
+  return warped;
+}
+
+TEST(SeamWarpReference, EqualsCubicResamplingOfTheFlowOnEveryGrid) {
+  cv::RNG rng(5);
+  cv::Mat image(20, 30, CV_8UC4);
+  rng.fill(image, cv::RNG::UNIFORM, 0, 256);
+  cv::Mat flow(20, 30, CV_32FC2);
+  rng.fill(flow, cv::RNG::UNIFORM, -4.0f, 4.0f);
+  flow.at<cv::Vec2f>(3, 4) = cv::Vec2f(-0.0f, 0.0f);
+  flow.at<cv::Vec2f>(5, 0) = cv::Vec2f(0.0f, -0.0f);
+  cv::Mat nonFinite = flow.clone();
+  nonFinite.at<cv::Vec2f>(7, 8)[0] = std::numeric_limits<float>::quiet_NaN();
+  nonFinite.at<cv::Vec2f>(12, 29)[1] = std::numeric_limits<float>::infinity();
+  // The grid of the flow's size, wider and lower, narrower and higher.
+  for (const InterpolationGrid grid :
+       {InterpolationGrid{30, 20}, InterpolationGrid{41, 13}, InterpolationGrid{17, 26}}) {
+    for (const cv::Mat* field : {&flow, &nonFinite}) {
+      for (BandSide side : {BandSide::kLeading, BandSide::kTrailing}) {
+        const WarpedImage expected = referenceWarp(grid, image, *field, side);
+        const WarpedImage warped = warpByFlow(grid, image, *field, side);
+        const std::string label = std::to_string(grid.columns) + "x" + std::to_string(grid.rows) +
+                                  (field == &flow ? " finite" : " non-finite");
+        EXPECT_TRUE(sameBits(warped.image, expected.image)) << label;
+        EXPECT_TRUE(sameBits(warped.magnitude, expected.magnitude)) << label;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace velmora
