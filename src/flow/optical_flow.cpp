@@ -1,9 +1,11 @@
 #include "flow/optical_flow.h"
 
 #include <opencv2/imgproc.hpp>
+#include <thread>
 #include <vector>
 
 #include "api/status.h"
+#include "common/concurrency_gate.h"
 #include "flow/flow_pyramid.h"
 #include "flow/level_refinement.h"
 
@@ -42,11 +44,18 @@ void requireFlowInputs(const cv::Mat& first, const cv::Mat& second) {
   }
 }
 
+// Flow jobs of the whole process compute at most one per core at a time; the rest wait.
+ConcurrencyGate& flowJobGate() {
+  static ConcurrencyGate gate(std::thread::hardware_concurrency());
+  return gate;
+}
+
 }  // namespace
 
 void computeOpticalFlow(const cv::Mat& first, const cv::Mat& second, cv::Mat& flow,
                         int directionHint, bool wide) {
   requireFlowInputs(first, second);
+  const ConcurrencyGate::Pass pass(flowJobGate());
   const cv::Size fullSize = first.size();
   const cv::Size halfSize(static_cast<int>(fullSize.width * 0.5),
                           static_cast<int>(fullSize.height * 0.5));
