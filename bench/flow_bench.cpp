@@ -1,5 +1,7 @@
 // Timings of the flow engine at the rig's sizes: one flow job and one overlap flow job on the
-// overlap of two neighbouring 8192 x 4096 projected images, and the whole ring stitch of six.
+// overlap of two neighbouring 8192 x 4096 projected images, the twelve flow fields of a ring of
+// six (the driver's flow stage) and the whole ring stitch of six.
+//   ./flow_bench
 //
 // The images are views of one panorama texture: the photograph named by VELMORA_BENCH_IMAGE, else
 // the first equirectangular photograph found in the shared test data, else a procedural texture
@@ -8,6 +10,7 @@
 // Times are wall-clock; the CPU column is the whole process's, over all its threads.
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -16,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "common/worker_threads.h"
 #include "flow/optical_flow.h"
 #include "flow/overlap_flow.h"
 #include "flow/stitch_driver.h"
@@ -153,6 +157,25 @@ void BM_OverlapFlowJob(benchmark::State& state) {
   reportMeanFlow(state, overlap.flowFirstToSecond);
 }
 
+// The driver's flow stage at 8192 x 4096: six overlap flow jobs on threads of their own, each
+// running its two flow jobs on two more, so twelve flow fields.
+void BM_TwelveFlowFields(benchmark::State& state) {
+  std::vector<cv::Mat> images;
+  for (const cv::Mat& view : ring()) images.push_back(view.clone());
+  std::array<velmora::SeamOverlap, 6> overlaps;
+  for (auto _ : state) {
+    velmora::WorkerThreads jobs;
+    for (int i = 0; i < 6; ++i) {
+      jobs.start([&images, &overlaps, i] {
+        velmora::runOverlapFlowJob(images[i], images[(i + 1) % 6], overlaps[i], false);
+      });
+    }
+    jobs.join();
+    benchmark::DoNotOptimize(overlaps[0].flowFirstToSecond.data);
+  }
+  reportMeanFlow(state, overlaps[0].flowFirstToSecond);
+}
+
 void BM_StitchRing(benchmark::State& state) {
   for (auto _ : state) {
     state.PauseTiming();
@@ -173,6 +196,11 @@ BENCHMARK(BM_FlowJob)
     ->MeasureProcessCPUTime()
     ->UseRealTime();
 BENCHMARK(BM_OverlapFlowJob)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(BM_TwelveFlowFields)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1)
     ->MeasureProcessCPUTime()
