@@ -1,5 +1,6 @@
 #include "flow/level_refinement.h"
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 #if defined(__SSE2__)
@@ -62,6 +63,27 @@ inline __m128 sampleLanes(__m128 s00, __m128 s01, __m128 s10, __m128 s11, __m128
   return _mm_add_ps(value, _mm_mul_ps(_mm_mul_ps(cross, u), v));
 }
 
+// The bilinear samples of one image at four located cells (`at`: the cells' top-left offsets):
+// each cell's two top and two bottom values are read as pairs and regrouped into s00, s01, s10
+// and s11 across the lanes.
+inline __m128 sampleImage(const float* image, std::size_t stride, const std::size_t* at, __m128 u,
+                          __m128 v) {
+  const auto pair = [](const float* p) {
+    return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p)));
+  };
+  const auto twoPairs = [&](const float* p, const float* q) {
+    return _mm_movelh_ps(pair(p), pair(q));
+  };
+  const __m128 top01 = twoPairs(image + at[0], image + at[1]);
+  const __m128 top23 = twoPairs(image + at[2], image + at[3]);
+  const __m128 bottom01 = twoPairs(image + at[0] + stride, image + at[1] + stride);
+  const __m128 bottom23 = twoPairs(image + at[2] + stride, image + at[3] + stride);
+  return sampleLanes(_mm_shuffle_ps(top01, top23, _MM_SHUFFLE(2, 0, 2, 0)),
+                     _mm_shuffle_ps(top01, top23, _MM_SHUFFLE(3, 1, 3, 1)),
+                     _mm_shuffle_ps(bottom01, bottom23, _MM_SHUFFLE(2, 0, 2, 0)),
+                     _mm_shuffle_ps(bottom01, bottom23, _MM_SHUFFLE(3, 1, 3, 1)), u, v);
+}
+
 // Four costs at once, lane for lane the same IEEE operations in the same order as costAt, so
 // every lane equals costAt bit for bit (max/min keep the clamp's NaN and signed-zero behaviour:
 // a NaN or -0 coordinate reads as +0).
@@ -78,25 +100,10 @@ inline __m128 costLanes(const LevelCostContext& level, const CostLanes& in) {
   _mm_store_si128(reinterpret_cast<__m128i*>(columns), column);
   _mm_store_si128(reinterpret_cast<__m128i*>(rows), row);
   const std::size_t stride = level.stride;
-  const float* gx[4];
-  const float* gy[4];
-  for (int k = 0; k < 4; ++k) {
-    const std::size_t at = static_cast<std::size_t>(rows[k]) * stride + columns[k];
-    gx[k] = level.gradient1x + at;
-    gy[k] = level.gradient1y + at;
-  }
-  const __m128 sx = sampleLanes(
-      _mm_setr_ps(gx[0][0], gx[1][0], gx[2][0], gx[3][0]),
-      _mm_setr_ps(gx[0][1], gx[1][1], gx[2][1], gx[3][1]),
-      _mm_setr_ps(gx[0][stride], gx[1][stride], gx[2][stride], gx[3][stride]),
-      _mm_setr_ps(gx[0][stride + 1], gx[1][stride + 1], gx[2][stride + 1], gx[3][stride + 1]), u,
-      v);
-  const __m128 sy = sampleLanes(
-      _mm_setr_ps(gy[0][0], gy[1][0], gy[2][0], gy[3][0]),
-      _mm_setr_ps(gy[0][1], gy[1][1], gy[2][1], gy[3][1]),
-      _mm_setr_ps(gy[0][stride], gy[1][stride], gy[2][stride], gy[3][stride]),
-      _mm_setr_ps(gy[0][stride + 1], gy[1][stride + 1], gy[2][stride + 1], gy[3][stride + 1]), u,
-      v);
+  std::size_t at[4];
+  for (int k = 0; k < 4; ++k) at[k] = static_cast<std::size_t>(rows[k]) * stride + columns[k];
+  const __m128 sx = sampleImage(level.gradient1x, stride, at, u, v);
+  const __m128 sy = sampleImage(level.gradient1y, stride, at, u, v);
   const __m128 ex = _mm_sub_ps(in.gradient0x, sx);
   const __m128 ey = _mm_sub_ps(in.gradient0y, sy);
   const __m128 dx = _mm_sub_ps(in.fx, in.priorX);
@@ -113,64 +120,29 @@ inline __m128 costLanes(const LevelCostContext& level, const CostLanes& in) {
       cost, _mm_div_ps(_mm_mul_ps(weight, _mm_and_ps(in.fx, absMask)), _mm_set1_ps(level.height)));
 }
 
-// The cost evaluations of up to two pixels' visits laid out in lanes: each pixel's own flow
-// followed by its candidates. Two pixels of one visit batch never read each other's flow, so
-// their evaluations run side by side and overlap in time.
-template <int kLanes>
-class VisitLanes {
- public:
-  // Appends the lanes of one pixel: its own flow, then its candidates. Returns the pixel's first
-  // lane.
-  int add(const PixelTerms& pixel, float fx, float fy, const cv::Vec2f* const* candidates,
-          int count) {
-    const int first = used_;
-    put(pixel, fx, fy);
-    for (int k = 0; k < count; ++k) put(pixel, (*candidates[k])[0], (*candidates[k])[1]);
-    return first;
-  }
+// The fixed terms of one pixel in every lane.
+inline CostLanes pixelLanes(const PixelTerms& pixel) {
+  return {_mm_set1_ps(pixel.x),
+          _mm_set1_ps(pixel.y),
+          _mm_set1_ps(pixel.gradient0x),
+          _mm_set1_ps(pixel.gradient0y),
+          _mm_set1_ps(pixel.priorX),
+          _mm_set1_ps(pixel.priorY),
+          _mm_setzero_ps(),
+          _mm_setzero_ps()};
+}
 
-  // Costs every used lane (spare lanes of the last group repeat lane 0 and are not read).
-  void evaluate(const LevelCostContext& level) {
-    for (int k = used_; k % 4 != 0; ++k) copyLane(0, k);
-    for (int k = 0; k < used_; k += 4) {
-      const CostLanes in{_mm_load_ps(x_ + k),   _mm_load_ps(y_ + k),      _mm_load_ps(g0x_ + k),
-                         _mm_load_ps(g0y_ + k), _mm_load_ps(priorX_ + k), _mm_load_ps(priorY_ + k),
-                         _mm_load_ps(fx_ + k),  _mm_load_ps(fy_ + k)};
-      _mm_store_ps(cost_ + k, costLanes(level, in));
-    }
-  }
-
-  float fx(int lane) const { return fx_[lane]; }
-  float fy(int lane) const { return fy_[lane]; }
-  float cost(int lane) const { return cost_[lane]; }
-
- private:
-  void put(const PixelTerms& pixel, float fx, float fy) {
-    x_[used_] = pixel.x;
-    y_[used_] = pixel.y;
-    g0x_[used_] = pixel.gradient0x;
-    g0y_[used_] = pixel.gradient0y;
-    priorX_[used_] = pixel.priorX;
-    priorY_[used_] = pixel.priorY;
-    fx_[used_] = fx;
-    fy_[used_] = fy;
-    ++used_;
-  }
-  void copyLane(int from, int to) {
-    x_[to] = x_[from];
-    y_[to] = y_[from];
-    g0x_[to] = g0x_[from];
-    g0y_[to] = g0y_[from];
-    priorX_[to] = priorX_[from];
-    priorY_[to] = priorY_[from];
-    fx_[to] = fx_[from];
-    fy_[to] = fy_[from];
-  }
-
-  int used_ = 0;
-  alignas(16) float x_[kLanes], y_[kLanes], g0x_[kLanes], g0y_[kLanes];
-  alignas(16) float priorX_[kLanes], priorY_[kLanes], fx_[kLanes], fy_[kLanes], cost_[kLanes];
-};
+// The fixed terms of two pixels, a in lanes 0 and 1, b in lanes 2 and 3.
+inline CostLanes pixelPairLanes(const PixelTerms& a, const PixelTerms& b) {
+  return {_mm_setr_ps(a.x, a.x, b.x, b.x),
+          _mm_setr_ps(a.y, a.y, b.y, b.y),
+          _mm_setr_ps(a.gradient0x, a.gradient0x, b.gradient0x, b.gradient0x),
+          _mm_setr_ps(a.gradient0y, a.gradient0y, b.gradient0y, b.gradient0y),
+          _mm_setr_ps(a.priorX, a.priorX, b.priorX, b.priorX),
+          _mm_setr_ps(a.priorY, a.priorY, b.priorY, b.priorY),
+          _mm_setzero_ps(),
+          _mm_setzero_ps()};
+}
 #endif
 
 void requireSweepInputs(const SweepInputs& in, const cv::Mat& flow) {
@@ -223,29 +195,17 @@ class Sweep {
   }
 
   void run() {
+#if defined(__SSE2__)
+    if (kWide) {
+      runInBlocks();
+      return;
+    }
+#endif
     for (int row = 0; row < height_; ++row) {
-      const int y = kForward ? row : height_ - 1 - row;
-      Row r{y,
-            in_.gradient0x.ptr<float>(y),
-            in_.gradient0y.ptr<float>(y),
-            in_.alpha0.ptr<float>(y),
-            in_.alpha1.ptr<float>(y),
-            in_.prior.ptr<cv::Vec2f>(y),
-            flow_.ptr<cv::Vec2f>(y)};
+      const Row r = rowAt(kForward ? row : height_ - 1 - row);
       for (int column = 0; column < width_; ++column) {
         const int x = kForward ? column : width_ - 1 - column;
-        if (!visited(r, x)) continue;
-#if defined(__SSE2__)
-        // With wide propagation the next pixel in visiting order never reads this one's flow
-        // (candidates are at even distances): both are refined together.
-        const int next = kForward ? x + 1 : x - 1;
-        if (kWide && column + 1 < width_ && visited(r, next)) {
-          refinePair(r, x, next);
-          ++column;
-          continue;
-        }
-#endif
-        refineOne(r, x);
+        if (visited(r, x)) refineOne(r, x);
       }
     }
   }
@@ -260,6 +220,16 @@ class Sweep {
     const cv::Vec2f* prior;
     cv::Vec2f* flow;
   };
+
+  Row rowAt(int y) const {
+    return {y,
+            in_.gradient0x.ptr<float>(y),
+            in_.gradient0y.ptr<float>(y),
+            in_.alpha0.ptr<float>(y),
+            in_.alpha1.ptr<float>(y),
+            in_.prior.ptr<cv::Vec2f>(y),
+            flow_.ptr<cv::Vec2f>(y)};
+  }
 
   static bool visited(const Row& r, int x) {
     return r.alpha0[x] > kSweepAlphaThreshold && r.alpha1[x] > kSweepAlphaThreshold;
@@ -291,51 +261,96 @@ class Sweep {
   }
 
 #if defined(__SSE2__)
-  // Takes the cheapest of a pixel's lanes in visiting order (strictly lower wins).
-  template <typename Lanes>
-  static int cheapest(const Lanes& lanes, int first, int count) {
-    int best = first;
-    for (int k = first + 1; k <= first + count; ++k) {
-      if (lanes.cost(k) < lanes.cost(best)) best = k;
-    }
-    return best;
-  }
+  // A pixel of a visit batch: its row and column.
+  struct Pixel {
+    const Row* row;
+    int x;
+  };
 
-  void refineLanes(const Row& r, const int* xs, int pixels) {
-    VisitLanes<(kMaxCandidates + 1) * 2 + 2> visit;
-    PixelTerms terms[2];
-    int first[2];
-    int counts[2];
-    for (int i = 0; i < pixels; ++i) {
-      const cv::Vec2f* candidates[kMaxCandidates];
-      counts[i] = candidatesOf(r, xs[i], candidates);
-      terms[i] = termsOf(r, xs[i]);
-      first[i] = visit.add(terms[i], r.flow[xs[i]][0], r.flow[xs[i]][1], candidates, counts[i]);
+  // Refines up to kMaxBatch pixels of which none reads another's flow, side by side: first the
+  // costs of every pixel's own flow and candidates (four lanes of one pixel at a time; lane 0 its
+  // own flow, spare lanes repeat it and are not read), then the gradient steps of two pixels per
+  // group of lanes, then the writes.
+  static constexpr int kMaxBatch = 4;
+  static constexpr int kLanes = (kMaxCandidates + 1 + 3) / 4 * 4;
+  void refineLanes(const Pixel* pixels, int count) {
+    PixelTerms terms[kMaxBatch + 1];
+    float fx[kMaxBatch + 1], fy[kMaxBatch + 1], best[kMaxBatch + 1];
+    for (int i = 0; i < count; ++i) {
+      const Row& r = *pixels[i].row;
+      const int x = pixels[i].x;
+      const cv::Vec2f* lanes[kLanes];
+      const int candidates = candidatesOf(r, x, lanes + 1);
+      lanes[0] = r.flow + x;
+      for (int k = candidates + 1; k < kLanes; ++k) lanes[k] = lanes[0];
+      terms[i] = termsOf(r, x);
+      CostLanes in = pixelLanes(terms[i]);
+      alignas(16) float costs[kLanes];
+      for (int k = 0; k <= candidates; k += 4) {
+        in.fx =
+            _mm_setr_ps((*lanes[k])[0], (*lanes[k + 1])[0], (*lanes[k + 2])[0], (*lanes[k + 3])[0]);
+        in.fy =
+            _mm_setr_ps((*lanes[k])[1], (*lanes[k + 1])[1], (*lanes[k + 2])[1], (*lanes[k + 3])[1]);
+        _mm_store_ps(costs + k, costLanes(level_, in));
+      }
+      int cheapest = 0;
+      for (int k = 1; k <= candidates; ++k) {
+        if (costs[k] < costs[cheapest]) cheapest = k;
+      }
+      fx[i] = (*lanes[cheapest])[0];
+      fy[i] = (*lanes[cheapest])[1];
+      best[i] = costs[cheapest];
     }
-    visit.evaluate(level_);
-    VisitLanes<4> steps;
-    float fx[2], fy[2], best[2];
-    for (int i = 0; i < pixels; ++i) {
-      const int lane = cheapest(visit, first[i], counts[i]);
-      fx[i] = visit.fx(lane);
-      fy[i] = visit.fy(lane);
-      best[i] = visit.cost(lane);
-      steps.add(terms[i], fx[i] + kOffsetX[0], fy[i] + kOffsetX[1], nullptr, 0);
-      steps.add(terms[i], fx[i] + kOffsetY[0], fy[i] + kOffsetY[1], nullptr, 0);
+    // An odd count pairs its last pixel with a copy of itself.
+    if (count % 2 != 0) {
+      terms[count] = terms[count - 1];
+      fx[count] = fx[count - 1];
+      fy[count] = fy[count - 1];
     }
-    steps.evaluate(level_);
-    for (int i = 0; i < pixels; ++i) {
-      step(r.flow[xs[i]], fx[i], fy[i], best[i], steps.cost(2 * i), steps.cost(2 * i + 1));
+    for (int i = 0; i < count; i += 2) {
+      CostLanes in = pixelPairLanes(terms[i], terms[i + 1]);
+      in.fx = _mm_setr_ps(fx[i] + kOffsetX[0], fx[i] + kOffsetY[0], fx[i + 1] + kOffsetX[0],
+                          fx[i + 1] + kOffsetY[0]);
+      in.fy = _mm_setr_ps(fy[i] + kOffsetX[1], fy[i] + kOffsetY[1], fy[i + 1] + kOffsetX[1],
+                          fy[i + 1] + kOffsetY[1]);
+      alignas(16) float steps[4];
+      _mm_store_ps(steps, costLanes(level_, in));
+      step(pixels[i].row->flow[pixels[i].x], fx[i], fy[i], best[i], steps[0], steps[1]);
+      if (i + 1 < count) {
+        step(pixels[i + 1].row->flow[pixels[i + 1].x], fx[i + 1], fy[i + 1], best[i + 1], steps[2],
+             steps[3]);
+      }
     }
-  }
-
-  void refinePair(const Row& r, int x, int next) {
-    const int xs[2] = {x, next};
-    refineLanes(r, xs, 2);
   }
 
   void refineOne(const Row& r, int x) {
-    refineLanes(r, &x, 1);
+    const Pixel pixel{&r, x};
+    refineLanes(&pixel, 1);
+  }
+
+  // Wide propagation only reads flows at even distances along the row and the column, so the
+  // pixels of a 2 x 2 block (two neighbouring columns of two neighbouring rows) never read each
+  // other's flow, and every flow they read was final before the block: a block is refined
+  // together, blocks in visiting order. The results are those of the pixel by pixel order.
+  void runInBlocks() {
+    for (int row = 0; row < height_; row += 2) {
+      Row rows[2];
+      const int rowCount = std::min(2, height_ - row);
+      for (int k = 0; k < rowCount; ++k) {
+        rows[k] = rowAt(kForward ? row + k : height_ - 1 - row - k);
+      }
+      for (int column = 0; column < width_; column += 2) {
+        Pixel batch[kMaxBatch];
+        int count = 0;
+        for (int k = 0; k < rowCount; ++k) {
+          for (int c = column; c < std::min(column + 2, width_); ++c) {
+            const int x = kForward ? c : width_ - 1 - c;
+            if (visited(rows[k], x)) batch[count++] = Pixel{&rows[k], x};
+          }
+        }
+        if (count > 0) refineLanes(batch, count);
+      }
+    }
   }
 #else
   void refineOne(const Row& r, int x) {
