@@ -1,5 +1,6 @@
 #include "flow/optical_flow.h"
 
+#include <array>
 #include <opencv2/imgproc.hpp>
 #include <thread>
 #include <vector>
@@ -15,17 +16,40 @@ namespace {
 // 1 / 255 as a 32-bit float: maps 8-bit values to [0, 1].
 constexpr double kByteToUnit = 0.003921568859368563;
 
+// A byte's value in [0, 1] for each of the 256 bytes, exactly as converting a byte image to
+// CV_32F and then scaling it by 1/255 computes it (the conversions run once, on the 256 values).
+const std::array<float, 256>& byteToUnit() {
+  static const std::array<float, 256> table = [] {
+    cv::Mat bytes(1, 256, CV_8U);
+    for (int v = 0; v < 256; ++v) bytes.at<uchar>(0, v) = static_cast<uchar>(v);
+    cv::Mat units;
+    bytes.convertTo(units, CV_32F, 1.0);
+    units.convertTo(units, CV_32F, kByteToUnit);
+    std::array<float, 256> values{};
+    for (int v = 0; v < 256; ++v) values[v] = units.at<float>(0, v);
+    return values;
+  }();
+  return table;
+}
+
 // The grey image and the alpha of one half-size BGRA image, both CV_32F in [0, 1]; the grey
 // image is lightly smoothed.
 void greyAndAlpha(const cv::Mat& halfImage, cv::Mat& grey, cv::Mat& alpha) {
-  std::vector<cv::Mat> channels;
-  cv::split(halfImage, channels);
   cv::Mat grey8;
   cv::cvtColor(halfImage, grey8, cv::COLOR_BGRA2GRAY);
-  grey8.convertTo(grey, CV_32F, 1.0);
-  grey.convertTo(grey, CV_32F, kByteToUnit);
-  channels[3].convertTo(alpha, CV_32F, 1.0);
-  alpha.convertTo(alpha, CV_32F, kByteToUnit);
+  const std::array<float, 256>& unit = byteToUnit();
+  grey.create(halfImage.size(), CV_32F);
+  alpha.create(halfImage.size(), CV_32F);
+  for (int y = 0; y < halfImage.rows; ++y) {
+    const uchar* pixel = halfImage.ptr<uchar>(y);
+    const uchar* grey8Row = grey8.ptr<uchar>(y);
+    float* greyRow = grey.ptr<float>(y);
+    float* alphaRow = alpha.ptr<float>(y);
+    for (int x = 0; x < halfImage.cols; ++x) {
+      greyRow[x] = unit[grey8Row[x]];
+      alphaRow[x] = unit[pixel[4 * x + 3]];
+    }
+  }
   cv::GaussianBlur(grey, grey, cv::Size(5, 5), 0.25, 0.0, cv::BORDER_DEFAULT);
 }
 

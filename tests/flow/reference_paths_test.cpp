@@ -8,7 +8,10 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
+#include "flow/flow_pyramid.h"
+#include "flow/initial_search.h"
 #include "flow/level_refinement.h"
+#include "flow/optical_flow.h"
 #include "flow/seam_interpolation.h"
 
 namespace velmora {
@@ -118,6 +121,64 @@ TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
         EXPECT_TRUE(sameBits(flow, expected)) << size << " wide " << wide << " forward " << forward;
       }
     }
+  }
+}
+
+// The flow job as a chain of plain OpenCV calls around the level refinement.
+cv::Mat referenceFlowJob(const cv::Mat& first, const cv::Mat& second, int hint) {
+  const cv::Size half(static_cast<int>(first.cols * 0.5), static_cast<int>(first.rows * 0.5));
+  cv::Mat grey[2], alpha[2];
+  const cv::Mat* inputs[2] = {&first, &second};
+  for (int k = 0; k < 2; ++k) {
+    cv::Mat small;
+    cv::resize(*inputs[k], small, half, 0.0, 0.0, cv::INTER_CUBIC);
+    std::vector<cv::Mat> channels;
+    cv::split(small, channels);
+    cv::Mat grey8;
+    cv::cvtColor(small, grey8, cv::COLOR_BGRA2GRAY);
+    grey8.convertTo(grey[k], CV_32F, 1.0);
+    grey[k].convertTo(grey[k], CV_32F, 0.003921568859368563);
+    channels[3].convertTo(alpha[k], CV_32F, 1.0);
+    alpha[k].convertTo(alpha[k], CV_32F, 0.003921568859368563);
+    cv::GaussianBlur(grey[k], grey[k], cv::Size(5, 5), 0.25, 0.0, cv::BORDER_DEFAULT);
+  }
+  const auto g0 = buildPyramid(grey[0]), g1 = buildPyramid(grey[1]);
+  const auto a0 = buildPyramid(alpha[0]), a1 = buildPyramid(alpha[1]);
+  cv::Mat flow;
+  for (std::size_t level = g0.size(); level-- > 0;) {
+    refineLevel(g0[level], g1[level], a0[level], a1[level], flow, hint, true);
+    if (level > 0) {
+      cv::Mat finer;
+      cv::resize(flow, finer, g0[level - 1].size(), 0.0, 0.0, cv::INTER_CUBIC);
+      flow = finer * 1.1363636255264282;
+    }
+  }
+  cv::Mat full, result;
+  cv::resize(flow, full, first.size(), 0.0, 0.0, cv::INTER_LINEAR);
+  full *= 2.0;
+  cv::GaussianBlur(full, result, cv::Size(3, 3), 1.0, 0.0, cv::BORDER_DEFAULT);
+  return result;
+}
+
+TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
+  cv::RNG rng(12);
+  cv::Mat texture(80, 132, CV_8UC3);
+  rng.fill(texture, cv::RNG::UNIFORM, 0, 256);
+  cv::GaussianBlur(texture, texture, cv::Size(5, 5), 1.5);
+  cv::Mat first, second;
+  cv::cvtColor(texture, first, cv::COLOR_BGR2BGRA);
+  cv::Mat shifted;
+  cv::warpAffine(texture, shifted, cv::Matx23d(1, 0, -3, 0, 1, 1), texture.size(), cv::INTER_LINEAR,
+                 cv::BORDER_REFLECT);
+  cv::cvtColor(shifted, second, cv::COLOR_BGR2BGRA);
+  // Partial and blank validity, as cut-outs have.
+  first.colRange(88, 132).setTo(cv::Scalar::all(0));
+  second.colRange(0, 44).setTo(cv::Scalar::all(0));
+  for (int x = 44; x < 88; x += 7) first.col(x).setTo(cv::Scalar(10, 20, 30, 128));
+  for (int hint : {kHintLeftward, kHintNoSearch}) {
+    cv::Mat flow;
+    computeOpticalFlow(first, second, flow, hint, true);
+    EXPECT_TRUE(sameBits(flow, referenceFlowJob(first, second, hint))) << "hint " << hint;
   }
 }
 
