@@ -66,22 +66,34 @@ void applyConstantGain(cv::Mat& image, float product, float normaliser) {
 }
 
 // Image 0: per column x, t = clamp((x - 0.3888889 W) / (0.22222222 W), 0, 1) and the gain
-// (1 - t) x g(6) / N + t x 1 / N.
+// (1 - t) x g(6) / N + t x 1 / N. Each run of columns with one gain (all columns outside the
+// ramp share one each) gets the byte table of that gain.
 void applyClosingRamp(cv::Mat& image, const RingGains& gains, unsigned frameWidth) {
   const float width = static_cast<float>(frameWidth);
   const float ringProduct = gains.products[kFullRing - 1];
-  std::vector<float> columnGains(image.cols);
+  std::vector<uchar> tables;
+  std::vector<std::size_t> tableOfColumn(image.cols);
+  float previous = 0.0f;
   for (int x = 0; x < image.cols; ++x) {
     float t = (static_cast<float>(x) - width * kRampStart) / (width * kRampWidth);
     t = std::min(std::max(t, 0.0f), 1.0f);
-    columnGains[x] = (1.0f - t) * ringProduct / gains.normaliser + t * 1.0f / gains.normaliser;
+    const float gain = (1.0f - t) * ringProduct / gains.normaliser + t * 1.0f / gains.normaliser;
+    if (x == 0 || !(gain == previous)) {
+      for (int v = 0; v < 256; ++v) {
+        tables.push_back(clampRoundToByte(static_cast<float>(v) * gain));
+      }
+    }
+    tableOfColumn[x] = tables.size() - 256;
+    previous = gain;
   }
   const int channels = image.channels();
   for (int y = 0; y < image.rows; ++y) {
     uchar* pixel = image.ptr<uchar>(y);
     for (int x = 0; x < image.cols; ++x, pixel += channels) {
-      const float gain = columnGains[x];
-      for (int c = 0; c < 3; ++c) pixel[c] = clampRoundToByte(static_cast<float>(pixel[c]) * gain);
+      const uchar* table = tables.data() + tableOfColumn[x];
+      pixel[0] = table[pixel[0]];
+      pixel[1] = table[pixel[1]];
+      pixel[2] = table[pixel[2]];
     }
   }
 }
@@ -124,6 +136,11 @@ RingGains ringGains(const std::array<float, kFullRing>& ratios) {
 void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
                             unsigned frameHeight) {
   if (count != kFullRing) return;
+  for (const cv::Mat& image : images) {
+    if (image.type() != CV_8UC3 && image.type() != CV_8UC4) {
+      throw Failure("Ring brightness: the images must be 8-bit BGR or BGRA.");
+    }
+  }
   const BrightnessStrips strips = brightnessStrips(frameWidth, frameHeight);
   std::array<float, kFullRing> ratios{};
   for (int i = 0; i < count; ++i) {

@@ -12,6 +12,7 @@
 #include "flow/initial_search.h"
 #include "flow/level_refinement.h"
 #include "flow/optical_flow.h"
+#include "flow/ring_brightness.h"
 #include "flow/seam_interpolation.h"
 
 namespace velmora {
@@ -179,6 +180,52 @@ TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
     cv::Mat flow;
     computeOpticalFlow(first, second, flow, hint, true);
     EXPECT_TRUE(sameBits(flow, referenceFlowJob(first, second, hint))) << "hint " << hint;
+  }
+}
+
+// round(clamp(value, 0, 255)), halves away from zero.
+uchar roundedByte(float value) {
+  return static_cast<uchar>(std::round(std::min(std::max(value, 0.0f), 255.0f)));
+}
+
+TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
+  constexpr unsigned kWidth = 120;
+  constexpr unsigned kHeight = 40;
+  cv::RNG rng(77);
+  for (int type : {CV_8UC3, CV_8UC4}) {
+    std::vector<cv::Mat> ring(kFullRing);
+    for (int k = 0; k < kFullRing; ++k) {
+      ring[k].create(kHeight, kWidth, type);
+      rng.fill(ring[k], cv::RNG::UNIFORM, 20 + 15 * k, 200 + 9 * k);
+    }
+    const BrightnessStrips strips = brightnessStrips(kWidth, kHeight);
+    std::array<float, kFullRing> ratios{};
+    for (int i = 0; i < kFullRing; ++i) {
+      ratios[i] = brightnessRatio(ring[i], ring[(i + 1) % kFullRing], strips);
+    }
+    const RingGains gains = ringGains(ratios);
+    std::vector<cv::Mat> expected;
+    for (const cv::Mat& image : ring) expected.push_back(image.clone());
+    for (int k = 0; k < kFullRing; ++k) {
+      for (int y = 0; y < static_cast<int>(kHeight); ++y) {
+        for (int x = 0; x < static_cast<int>(kWidth); ++x) {
+          // Image 0 ramps from the ring's product to 1 over the 80 degrees from 140 degrees.
+          const float t =
+              std::min(std::max((x - kWidth * 0.3888889f) / (kWidth * 0.22222222f), 0.0f), 1.0f);
+          const float ramp =
+              (1 - t) * gains.products[5] / gains.normaliser + t * 1 / gains.normaliser;
+          uchar* pixel = expected[k].ptr<uchar>(y) + x * expected[k].channels();
+          for (int c = 0; c < 3; ++c) {
+            pixel[c] = roundedByte(k > 0 ? pixel[c] * gains.products[k - 1] / gains.normaliser
+                                         : pixel[c] * ramp);
+          }
+        }
+      }
+    }
+    equaliseRingBrightness(ring, kFullRing, kWidth, kHeight);
+    for (int k = 0; k < kFullRing; ++k) {
+      EXPECT_TRUE(sameBits(ring[k], expected[k])) << "image " << k << " type " << type;
+    }
   }
 }
 
