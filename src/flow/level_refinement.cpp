@@ -390,8 +390,29 @@ void sweep(const SweepInputs& in, cv::Mat& flow) {
   Sweep<kForward, kWide>(in, flow).run();
 }
 
-void medianInPlace(cv::Mat& flow) {
-  cv::Mat filtered;
+// The 15 x 15 blend of `flow` towards its smooth field, the field computed into `smooth`.
+void blendTowards(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1, cv::Mat& smooth) {
+  if (flow.type() != CV_32FC2 || alpha0.type() != CV_32FC1 || alpha1.type() != CV_32FC1 ||
+      alpha0.size() != flow.size() || alpha1.size() != flow.size()) {
+    throw Failure("Flow prior blend: the flow and both alphas must be of one size.");
+  }
+  cv::GaussianBlur(flow, smooth, cv::Size(15, 15), 8.0, 0.0, cv::BORDER_DEFAULT);
+  for (int y = 0; y < flow.rows; ++y) {
+    cv::Vec2f* flowRow = flow.ptr<cv::Vec2f>(y);
+    const cv::Vec2f* smoothRow = smooth.ptr<cv::Vec2f>(y);
+    const float* a0 = alpha0.ptr<float>(y);
+    const float* a1 = alpha1.ptr<float>(y);
+    for (int x = 0; x < flow.cols; ++x) {
+      const float a = a0[x] * a1[x];
+      flowRow[x][0] = a * flowRow[x][0] + (1.0f - a) * smoothRow[x][0];
+      flowRow[x][1] = a * flowRow[x][1] + (1.0f - a) * smoothRow[x][1];
+    }
+  }
+}
+
+// The 5 x 5 median of `flow` into the other flow buffer, which then holds the flow.
+void medianIntoOther(cv::Mat& flow, const LevelWorkspace& workspace) {
+  cv::Mat filtered = workspace.otherFlow(flow, flow.size());
   cv::medianBlur(flow, filtered, 5);
   flow = filtered;
 }
@@ -420,43 +441,64 @@ void backwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide) {
 }
 
 void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1) {
-  if (flow.type() != CV_32FC2 || alpha0.type() != CV_32FC1 || alpha1.type() != CV_32FC1 ||
-      alpha0.size() != flow.size() || alpha1.size() != flow.size()) {
-    throw Failure("Flow prior blend: the flow and both alphas must be of one size.");
-  }
-  const cv::Mat smooth = smoothPrior(flow);
-  for (int y = 0; y < flow.rows; ++y) {
-    cv::Vec2f* flowRow = flow.ptr<cv::Vec2f>(y);
-    const cv::Vec2f* smoothRow = smooth.ptr<cv::Vec2f>(y);
-    const float* a0 = alpha0.ptr<float>(y);
-    const float* a1 = alpha1.ptr<float>(y);
-    for (int x = 0; x < flow.cols; ++x) {
-      const float a = a0[x] * a1[x];
-      flowRow[x][0] = a * flowRow[x][0] + (1.0f - a) * smoothRow[x][0];
-      flowRow[x][1] = a * flowRow[x][1] + (1.0f - a) * smoothRow[x][1];
-    }
-  }
+  cv::Mat smooth;
+  blendTowards(flow, alpha0, alpha1, smooth);
+}
+
+LevelWorkspace::LevelWorkspace(cv::Size finest) : finest_(finest) {
+  for (cv::Mat& gradient : gradients_) gradient.create(finest, CV_32F);
+  for (cv::Mat& field : fields_) field.create(finest, CV_32FC2);
+}
+
+cv::Mat LevelWorkspace::gradient(int k, cv::Size size) const {
+  CV_Assert(k >= 0 && k < 4 && size.width <= finest_.width && size.height <= finest_.height);
+  return cv::Mat(size, CV_32F, gradients_[k].data);
+}
+
+cv::Mat LevelWorkspace::field(int k, cv::Size size) const {
+  CV_Assert(k >= 0 && k < 4 && size.width <= finest_.width && size.height <= finest_.height);
+  return cv::Mat(size, CV_32FC2, fields_[k].data);
+}
+
+cv::Mat LevelWorkspace::otherFlow(const cv::Mat& flow, cv::Size size) const {
+  return field(flow.data == fields_[2].data ? 3 : 2, size);
 }
 
 void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
                  const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide) {
+  const LevelWorkspace workspace(grey0.size());
+  refineLevel(grey0, grey1, alpha0, alpha1, flow, directionHint, wide, workspace);
+  flow = flow.clone();
+}
+
+void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
+                 const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide,
+                 const LevelWorkspace& workspace) {
+  const cv::Size size = grey0.size();
   SweepInputs inputs;
+  inputs.gradient0x = workspace.gradient(0, size);
+  inputs.gradient0y = workspace.gradient(1, size);
+  inputs.gradient1x = workspace.gradient(2, size);
+  inputs.gradient1y = workspace.gradient(3, size);
   greyGradients(grey0, inputs.gradient0x, inputs.gradient0y);
   greyGradients(grey1, inputs.gradient1x, inputs.gradient1y);
   inputs.alpha0 = alpha0;
   inputs.alpha1 = alpha1;
   if (flow.empty()) {
-    flow = cv::Mat::zeros(grey0.size(), CV_32FC2);
+    flow = workspace.field(2, size);
+    flow.setTo(cv::Scalar::all(0));
     if (directionHint != kHintNoSearch) {
       initialSearch(grey0, grey1, alpha0, alpha1, flow, directionHint);
     }
   }
-  inputs.prior = smoothPrior(flow);
+  inputs.prior = workspace.field(0, size);
+  cv::GaussianBlur(flow, inputs.prior, cv::Size(15, 15), 8.0, 0.0, cv::BORDER_DEFAULT);
   forwardSweep(inputs, flow, wide);
-  medianInPlace(flow);
+  medianIntoOther(flow, workspace);
   backwardSweep(inputs, flow, wide);
-  medianInPlace(flow);
-  blendWithPrior(flow, alpha0, alpha1);
+  medianIntoOther(flow, workspace);
+  cv::Mat smooth = workspace.field(1, size);
+  blendTowards(flow, alpha0, alpha1, smooth);
 }
 
 }  // namespace velmora

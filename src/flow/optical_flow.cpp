@@ -98,14 +98,18 @@ void computeOpticalFlow(const cv::Mat& first, const cv::Mat& second, cv::Mat& fl
   const std::vector<cv::Mat> alphas0 = buildPyramid(alpha0);
   const std::vector<cv::Mat> alphas1 = buildPyramid(alpha1);
 
+  // Every level works in the same memory; the flow moves between its two flow buffers.
+  const LevelWorkspace workspace(greys0[0].size());
   cv::Mat levelFlow;
   for (std::size_t level = greys0.size(); level-- > 0;) {
     refineLevel(greys0[level], greys1[level], alphas0[level], alphas1[level], levelFlow,
-                directionHint, wide);
+                directionHint, wide, workspace);
     if (level > 0) {
-      cv::Mat finer;
-      cv::resize(levelFlow, finer, greys0[level - 1].size(), 0.0, 0.0, cv::INTER_CUBIC);
-      levelFlow = finer * kLevelUpscale;
+      const cv::Size finerSize = greys0[level - 1].size();
+      cv::Mat finer = workspace.otherFlow(levelFlow, finerSize);
+      cv::resize(levelFlow, finer, finerSize, 0.0, 0.0, cv::INTER_CUBIC);
+      finer.convertTo(finer, -1, kLevelUpscale);
+      levelFlow = finer;
     }
   }
 
