@@ -445,14 +445,14 @@ void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1)
   blendTowards(flow, alpha0, alpha1, smooth);
 }
 
-LevelWorkspace::LevelWorkspace(cv::Size finest) : finest_(finest) {
-  for (cv::Mat& gradient : gradients_) gradient.create(finest, CV_32F);
-  for (cv::Mat& field : fields_) field.create(finest, CV_32FC2);
+LevelImages levelImagesOf(const cv::Mat& grey, const cv::Mat& alpha) {
+  LevelImages images{grey, alpha, cv::Mat(), cv::Mat()};
+  greyGradients(grey, images.gradientX, images.gradientY);
+  return images;
 }
 
-cv::Mat LevelWorkspace::gradient(int k, cv::Size size) const {
-  CV_Assert(k >= 0 && k < 4 && size.width <= finest_.width && size.height <= finest_.height);
-  return cv::Mat(size, CV_32F, gradients_[k].data);
+LevelWorkspace::LevelWorkspace(cv::Size finest) : finest_(finest) {
+  for (cv::Mat& field : fields_) field.create(finest, CV_32FC2);
 }
 
 cv::Mat LevelWorkspace::field(int k, cv::Size size) const {
@@ -467,38 +467,32 @@ cv::Mat LevelWorkspace::otherFlow(const cv::Mat& flow, cv::Size size) const {
 void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
                  const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide) {
   const LevelWorkspace workspace(grey0.size());
-  refineLevel(grey0, grey1, alpha0, alpha1, flow, directionHint, wide, workspace);
+  refineLevel(levelImagesOf(grey0, alpha0), levelImagesOf(grey1, alpha1), flow, directionHint, wide,
+              workspace);
   flow = flow.clone();
 }
 
-void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
-                 const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide,
-                 const LevelWorkspace& workspace) {
-  const cv::Size size = grey0.size();
-  SweepInputs inputs;
-  inputs.gradient0x = workspace.gradient(0, size);
-  inputs.gradient0y = workspace.gradient(1, size);
-  inputs.gradient1x = workspace.gradient(2, size);
-  inputs.gradient1y = workspace.gradient(3, size);
-  greyGradients(grey0, inputs.gradient0x, inputs.gradient0y);
-  greyGradients(grey1, inputs.gradient1x, inputs.gradient1y);
-  inputs.alpha0 = alpha0;
-  inputs.alpha1 = alpha1;
+void refineLevel(const LevelImages& first, const LevelImages& second, cv::Mat& flow,
+                 int directionHint, bool wide, const LevelWorkspace& workspace) {
+  const cv::Size size = first.grey.size();
+  const SweepInputs inputs{first.gradientX,         first.gradientY, second.gradientX,
+                           second.gradientY,        first.alpha,     second.alpha,
+                           workspace.field(0, size)};
   if (flow.empty()) {
     flow = workspace.field(2, size);
     flow.setTo(cv::Scalar::all(0));
     if (directionHint != kHintNoSearch) {
-      initialSearch(grey0, grey1, alpha0, alpha1, flow, directionHint);
+      initialSearch(first.grey, second.grey, first.alpha, second.alpha, flow, directionHint);
     }
   }
-  inputs.prior = workspace.field(0, size);
-  cv::GaussianBlur(flow, inputs.prior, cv::Size(15, 15), 8.0, 0.0, cv::BORDER_DEFAULT);
+  cv::Mat prior = inputs.prior;
+  cv::GaussianBlur(flow, prior, cv::Size(15, 15), 8.0, 0.0, cv::BORDER_DEFAULT);
   forwardSweep(inputs, flow, wide);
   medianIntoOther(flow, workspace);
   backwardSweep(inputs, flow, wide);
   medianIntoOther(flow, workspace);
   cv::Mat smooth = workspace.field(1, size);
-  blendTowards(flow, alpha0, alpha1, smooth);
+  blendTowards(flow, first.alpha, second.alpha, smooth);
 }
 
 }  // namespace velmora

@@ -59,31 +59,38 @@ void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1)
 void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
                  const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide);
 
-// Working memory for refining every level of one pyramid: the four gradients, the prior, the
-// blend's smooth field and two flow fields, allocated once at the finest level's size and viewed
-// at each level's size, so that the levels reuse the same memory instead of allocating their own.
+// One pyramid level of one flow input: its grey image and alpha (CV_32F) and the smoothed
+// gradients of the grey image (greyGradients).
+struct LevelImages {
+  cv::Mat grey, alpha, gradientX, gradientY;
+};
+
+// The level images of a grey image and its alpha: the gradients are computed here.
+LevelImages levelImagesOf(const cv::Mat& grey, const cv::Mat& alpha);
+
+// Working memory for refining every level of one pyramid: the prior, the blend's smooth field
+// and two flow fields, allocated once at the finest level's size and viewed at each level's size,
+// so that the levels reuse the same memory instead of allocating their own.
 class LevelWorkspace {
  public:
   explicit LevelWorkspace(cv::Size finest);
 
-  // A continuous CV_32F view of `size` (at most the finest size) over gradient buffer k (0 to 3).
-  cv::Mat gradient(int k, cv::Size size) const;
-  // A continuous CV_32FC2 view of `size` over field buffer k: 0 the prior, 1 the blend's smooth
-  // field, 2 and 3 the flow as it moves between filter passes and levels.
+  // A continuous CV_32FC2 view of `size` (at most the finest size) over field buffer k: 0 the
+  // prior, 1 the blend's smooth field, 2 and 3 the flow as it moves between filter passes and
+  // levels.
   cv::Mat field(int k, cv::Size size) const;
   // The flow buffer (2 or 3) that `flow` does not lie in, viewed at `size`.
   cv::Mat otherFlow(const cv::Mat& flow, cv::Size size) const;
 
  private:
   cv::Size finest_;
-  cv::Mat gradients_[4];
   cv::Mat fields_[4];
 };
 
-// refineLevel with its working images in `workspace`. On return `flow` is a view into the
-// workspace's flow buffers (it may start as one or as a Mat of its own, or empty).
-void refineLevel(const cv::Mat& grey0, const cv::Mat& grey1, const cv::Mat& alpha0,
-                 const cv::Mat& alpha1, cv::Mat& flow, int directionHint, bool wide,
-                 const LevelWorkspace& workspace);
+// refineLevel on level images whose gradients are already computed, with its working images in
+// `workspace`. On return `flow` is a view into the workspace's flow buffers (it may start as one
+// or as a Mat of its own, or empty).
+void refineLevel(const LevelImages& first, const LevelImages& second, cv::Mat& flow,
+                 int directionHint, bool wide, const LevelWorkspace& workspace);
 
 }  // namespace velmora

@@ -74,49 +74,72 @@ ConcurrencyGate& flowJobGate() {
   return gate;
 }
 
-}  // namespace
+// The flow input of an image that passed requireFlowInputs.
+FlowInput prepareCheckedInput(const cv::Mat& image) {
+  const cv::Size halfSize(static_cast<int>(image.cols * 0.5), static_cast<int>(image.rows * 0.5));
+  cv::Mat half;
+  cv::resize(image, half, halfSize, 0.0, 0.0, cv::INTER_CUBIC);
+  cv::Mat grey, alpha;
+  greyAndAlpha(half, grey, alpha);
+  half.release();
+  const std::vector<cv::Mat> greys = buildPyramid(grey);
+  const std::vector<cv::Mat> alphas = buildPyramid(alpha);
+  FlowInput input{image.size(), {}};
+  input.levels.reserve(greys.size());
+  for (std::size_t level = 0; level < greys.size(); ++level) {
+    input.levels.push_back(levelImagesOf(greys[level], alphas[level]));
+  }
+  return input;
+}
 
-void computeOpticalFlow(const cv::Mat& first, const cv::Mat& second, cv::Mat& flow,
-                        int directionHint, bool wide) {
-  requireFlowInputs(first, second);
-  const ConcurrencyGate::Pass pass(flowJobGate());
-  const cv::Size fullSize = first.size();
-  const cv::Size halfSize(static_cast<int>(fullSize.width * 0.5),
-                          static_cast<int>(fullSize.height * 0.5));
-  cv::Mat half0, half1;
-  cv::resize(first, half0, halfSize, 0.0, 0.0, cv::INTER_CUBIC);
-  cv::resize(second, half1, halfSize, 0.0, 0.0, cv::INTER_CUBIC);
-
-  cv::Mat grey0, grey1, alpha0, alpha1;
-  greyAndAlpha(half0, grey0, alpha0);
-  greyAndAlpha(half1, grey1, alpha1);
-  half0.release();
-  half1.release();
-
-  const std::vector<cv::Mat> greys0 = buildPyramid(grey0);
-  const std::vector<cv::Mat> greys1 = buildPyramid(grey1);
-  const std::vector<cv::Mat> alphas0 = buildPyramid(alpha0);
-  const std::vector<cv::Mat> alphas1 = buildPyramid(alpha1);
-
+// The flow of two prepared inputs of one size.
+void flowOfInputs(const FlowInput& first, const FlowInput& second, cv::Mat& flow, int directionHint,
+                  bool wide) {
   // Every level works in the same memory; the flow moves between its two flow buffers.
-  const LevelWorkspace workspace(greys0[0].size());
+  const LevelWorkspace workspace(first.levels[0].grey.size());
   cv::Mat levelFlow;
-  for (std::size_t level = greys0.size(); level-- > 0;) {
-    refineLevel(greys0[level], greys1[level], alphas0[level], alphas1[level], levelFlow,
-                directionHint, wide, workspace);
+  for (std::size_t level = first.levels.size(); level-- > 0;) {
+    refineLevel(first.levels[level], second.levels[level], levelFlow, directionHint, wide,
+                workspace);
     if (level > 0) {
-      const cv::Size finerSize = greys0[level - 1].size();
+      const cv::Size finerSize = first.levels[level - 1].grey.size();
       cv::Mat finer = workspace.otherFlow(levelFlow, finerSize);
       cv::resize(levelFlow, finer, finerSize, 0.0, 0.0, cv::INTER_CUBIC);
       finer.convertTo(finer, -1, kLevelUpscale);
       levelFlow = finer;
     }
   }
-
   cv::Mat full;
-  cv::resize(levelFlow, full, fullSize, 0.0, 0.0, cv::INTER_LINEAR);
+  cv::resize(levelFlow, full, first.fullSize, 0.0, 0.0, cv::INTER_LINEAR);
   full *= 2.0;
   cv::GaussianBlur(full, flow, cv::Size(3, 3), 1.0, 0.0, cv::BORDER_DEFAULT);
+}
+
+}  // namespace
+
+void computeOpticalFlow(const cv::Mat& first, const cv::Mat& second, cv::Mat& flow,
+                        int directionHint, bool wide) {
+  requireFlowInputs(first, second);
+  const ConcurrencyGate::Pass pass(flowJobGate());
+  const FlowInput firstInput = prepareCheckedInput(first);
+  const FlowInput secondInput = prepareCheckedInput(second);
+  flowOfInputs(firstInput, secondInput, flow, directionHint, wide);
+}
+
+FlowInput prepareFlowInput(const cv::Mat& image) {
+  requireFlowInputs(image, image);
+  const ConcurrencyGate::Pass pass(flowJobGate());
+  return prepareCheckedInput(image);
+}
+
+void computeOpticalFlow(const FlowInput& first, const FlowInput& second, cv::Mat& flow,
+                        int directionHint, bool wide) {
+  if (first.fullSize != second.fullSize || first.levels.empty() ||
+      first.levels.size() != second.levels.size()) {
+    throw Failure("Optical flow: the prepared inputs differ in size.");
+  }
+  const ConcurrencyGate::Pass pass(flowJobGate());
+  flowOfInputs(first, second, flow, directionHint, wide);
 }
 
 }  // namespace velmora

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+#include <vector>
 
 #include "flow/initial_search.h"
+#include "flow/level_refinement.h"
 
 namespace velmora {
 
@@ -28,6 +30,22 @@ constexpr float kLevelUpscale = 1.1363636255264282f;
 // either alpha is 0 take the smooth field of their surroundings.
 // Throws Failure when the images do not fit the above; OpenCV's exceptions pass through.
 void computeOpticalFlow(const cv::Mat& first, const cv::Mat& second, cv::Mat& flow,
+                        int directionHint, bool wide);
+
+// What the flow job derives from one input image alone, so that the two flow jobs of a pair
+// (first to second and second to first) derive it once: the input's full size and, per pyramid
+// level (index 0 the finest), the half-size grey image and alpha with the grey image's gradients.
+struct FlowInput {
+  cv::Size fullSize;
+  std::vector<LevelImages> levels;
+};
+
+// The flow input of one CV_8UC4 image (the requirements of computeOpticalFlow hold).
+FlowInput prepareFlowInput(const cv::Mat& image);
+
+// The flow job on prepared inputs of one size: the same field as computeOpticalFlow of the two
+// images they were prepared from. Throws Failure when the inputs differ in size.
+void computeOpticalFlow(const FlowInput& first, const FlowInput& second, cv::Mat& flow,
                         int directionHint, bool wide);
 
 }  // namespace velmora

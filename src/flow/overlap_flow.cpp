@@ -30,14 +30,16 @@ void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap&
                        bool flowsGiven) {
   cutOutOverlap(first, second, overlap);
   if (flowsGiven) return;
+  // Both directions work on the same two cut-outs: what each flow job derives from one cut-out
+  // alone (half size, grey, alpha, pyramids, gradients) is derived once for both.
+  const FlowInput firstInput = prepareFlowInput(overlap.firstCut);
+  const FlowInput secondInput = prepareFlowInput(overlap.secondCut);
   WorkerThreads flows;
-  flows.start([&overlap] {
-    computeOpticalFlow(overlap.firstCut, overlap.secondCut, overlap.flowFirstToSecond,
-                       kHintLeftward, true);
+  flows.start([&] {
+    computeOpticalFlow(firstInput, secondInput, overlap.flowFirstToSecond, kHintLeftward, true);
   });
-  flows.start([&overlap] {
-    computeOpticalFlow(overlap.secondCut, overlap.firstCut, overlap.flowSecondToFirst,
-                       kHintRightward, true);
+  flows.start([&] {
+    computeOpticalFlow(secondInput, firstInput, overlap.flowSecondToFirst, kHintRightward, true);
   });
   flows.join();
 }

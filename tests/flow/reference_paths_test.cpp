@@ -176,10 +176,17 @@ TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
   first.colRange(88, 132).setTo(cv::Scalar::all(0));
   second.colRange(0, 44).setTo(cv::Scalar::all(0));
   for (int x = 44; x < 88; x += 7) first.col(x).setTo(cv::Scalar(10, 20, 30, 128));
+  // Inputs prepared once serve both directions, as the overlap job uses them.
+  const FlowInput preparedFirst = prepareFlowInput(first);
+  const FlowInput preparedSecond = prepareFlowInput(second);
   for (int hint : {kHintLeftward, kHintNoSearch}) {
-    cv::Mat flow;
+    cv::Mat flow, forward, backward;
     computeOpticalFlow(first, second, flow, hint, true);
     EXPECT_TRUE(sameBits(flow, referenceFlowJob(first, second, hint))) << "hint " << hint;
+    computeOpticalFlow(preparedFirst, preparedSecond, forward, hint, true);
+    EXPECT_TRUE(sameBits(forward, flow)) << "hint " << hint;
+    computeOpticalFlow(preparedSecond, preparedFirst, backward, hint, true);
+    EXPECT_TRUE(sameBits(backward, referenceFlowJob(second, first, hint))) << "hint " << hint;
   }
 }
 
