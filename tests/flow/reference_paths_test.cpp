@@ -8,6 +8,7 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
+#include "api/status.h"
 #include "flow/flow_pyramid.h"
 #include "flow/initial_search.h"
 #include "flow/level_refinement.h"
@@ -188,6 +189,10 @@ TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
     computeOpticalFlow(preparedSecond, preparedFirst, backward, hint, true);
     EXPECT_TRUE(sameBits(backward, referenceFlowJob(second, first, hint))) << "hint " << hint;
   }
+  cv::Mat flow;
+  EXPECT_THROW(computeOpticalFlow(preparedFirst, prepareFlowInput(first.colRange(0, 100)), flow,
+                                  kHintLeftward, true),
+               Failure);
 }
 
 // round(clamp(value, 0, 255)), halves away from zero.
