@@ -1,0 +1,466 @@
+// What the library survives: every kind of bad input a host can hand it through the public
+// interface, answered with the documented status code and line, never with a crash and never with
+// a file that looks finished. Each test is one kind of input, tried on every operation it reaches.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "sim/builtin_scene.h"
+#include "sim/rig_camera.h"
+#include "sim/rig_simulation.h"
+#include "support/test_support.h"
+#include "tools/process_runner.h"
+#include "tools/scoped_process_state.h"
+#include "velmora.h"
+
+namespace velmora {
+namespace {
+
+using testing::CapturedConsole;
+using testing::ScopedEnvironmentVariable;
+using testing::ScopedWorkingDirectory;
+using testing::TempDir;
+using Lines = std::vector<std::string>;
+
+constexpr unsigned kFailed = 0xFFFFFFFFu;
+constexpr int kShotWidth = 228;
+constexpr int kShotHeight = 152;
+constexpr int kGridWidth = 390;
+constexpr int kGridHeight = 200;
+constexpr int kBandRows = 24;  // int(200 x 0.12)
+
+constexpr char kCopyingScript[] = "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n";
+
+bool exists(const std::string& path) {
+  return std::filesystem::exists(path);
+}
+
+// One simulated bracket of the Up camera (three exposures per head position) for every test; the
+// tests only read it.
+class BadInput : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    simulation_ = std::make_unique<TempDir>();
+    sim::SimulationRequest request;
+    request.camera = sim::RigCamera::Up;
+    request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
+    request.gridWidth = kGridWidth;
+    request.gridHeight = kGridHeight;
+    request.exposures = {0.5f, 1.0f, 2.0f};
+    request.outputDir = simulation_->path().string();
+    request.writeGroundTruth = false;
+    files_ = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
+  }
+  static void TearDownTestSuite() { simulation_.reset(); }
+
+  void SetUp() override {
+    std::filesystem::create_directory(work_.file("asset"));
+    testing::writeTextFile(work_.file("asset/satuHigh.pp3"), "high\n");
+    testing::writeTextFile(work_.file("asset/satuLow.pp3"), "low\n");
+    testing::writeScript(work_.file("isp.bat"), kCopyingScript);
+    for (const auto& position : files_.shots) {
+      for (const auto& shot : position) slots_.push_back(shot);
+    }
+    singles_ = sim::shotsOfBracket(files_, 1);
+    handle_ = ZEMU_CreateOptFlowStitchHandle();
+    CapturedConsole quiet;
+    init(files_.configPath, work_.path().string());
+    ASSERT_EQ(code(), 0u) << quiet.err();
+  }
+  void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }
+
+  void init(const std::string& config, const std::string& tableDir) {
+    ZEMU_InitOptFlowStitchHandle(handle_, config.c_str(), tableDir.c_str(), kShotWidth, kShotHeight,
+                                 kGridWidth, kGridHeight);
+  }
+  void stitch(const std::vector<std::string>& shots, const std::string& output) {
+    auto paths = pointers(shots);
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, files_.configPath.c_str(), paths.data(),
+                                    output.c_str(), 1.0f, 1.0f, 1.0f);
+  }
+  void hdr(const std::vector<std::string>& slots, const std::string& output) {
+    auto paths = pointers(slots);
+    ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, paths.data(), output.c_str(), 0, 1.0f, 1.0f, 1.0f,
+                                       3);
+  }
+  void repair(const std::vector<std::string>& slots, const std::string& output,
+              const std::vector<cv::Rect>& rectangles = {}) {
+    auto paths = pointers(slots);
+    std::vector<int> lefts, tops, widths, heights;
+    for (const auto& r : rectangles) {
+      lefts.push_back(r.x);
+      tops.push_back(r.y);
+      widths.push_back(r.width);
+      heights.push_back(r.height);
+    }
+    ZEMU_ExecutePanoRepairHandle(handle_, paths.data(), output.c_str(), lefts.data(), tops.data(),
+                                 widths.data(), heights.data(), static_cast<int>(rectangles.size()),
+                                 1.0f, 1.0f, 1.0f);
+  }
+  // The colour step's verdict on a name: whether an HDR stitch left it pending.
+  bool pending(const std::string& output) {
+    CapturedConsole console;
+    ZEMU_ExecuteISPHandle(handle_, output.c_str());
+    return console.out().find(output + " not found.") == std::string::npos;
+  }
+
+  static std::vector<const char*> pointers(const std::vector<std::string>& paths) {
+    std::vector<const char*> result;
+    for (const auto& path : paths) result.push_back(path.c_str());
+    return result;
+  }
+  unsigned code() const { return ZEMU_GetOptFlowStitchCode(handle_); }
+  std::string file(const std::string& name) const { return work_.file(name); }
+
+  static std::unique_ptr<TempDir> simulation_;
+  static sim::SimulatedFiles files_;
+  TempDir work_;
+  ScopedWorkingDirectory inside_{work_.path()};
+  std::vector<std::string> slots_;    // 18: exposure e of position p at p x 3 + e
+  std::vector<std::string> singles_;  // the middle exposures
+  void* handle_ = nullptr;
+};
+
+std::unique_ptr<TempDir> BadInput::simulation_;
+sim::SimulatedFiles BadInput::files_;
+
+// ---- Shot files --------------------------------------------------------------------------------
+
+TEST_F(BadInput, ShotFilesThatAreMissingEmptyTruncatedNotImagesOrOfTheWrongSize) {
+  const std::string jpeg = testing::readFile(singles_[0]);
+  const cv::Mat shot = cv::imread(singles_[0]);
+  testing::writeTextFile(file("empty.jpg"), "");
+  testing::writeTextFile(file("cut.jpg"), jpeg.substr(0, jpeg.size() / 2));
+  testing::writeTextFile(file("text.jpg"), "focal 1500 centerX 1824\n");
+  cv::imwrite(file("cut-source.png"), shot);
+  const std::string png = testing::readFile(file("cut-source.png"));
+  testing::writeTextFile(file("cut.png"), png.substr(0, png.size() - 20));
+  cv::imwrite(file("narrow.png"), shot.colRange(0, kShotWidth - 1));
+  cv::Mat turned;
+  cv::rotate(shot, turned, cv::ROTATE_90_CLOCKWISE);
+  cv::imwrite(file("turned.png"), turned);
+  std::filesystem::create_directory(file("folder.jpg"));
+
+  for (const std::string& bad :
+       {file("missing.jpg"), file("empty.jpg"), file("cut.jpg"), file("cut.png"), file("text.jpg"),
+        file("narrow.png"), file("turned.png"), file("folder.jpg")}) {
+    SCOPED_TRACE(bad);
+    const Lines refusal{"Read imgPath: " + bad + " error."};
+    auto shots = singles_;
+    shots[4] = bad;
+    auto slots = slots_;
+    slots[13] = bad;
+    {
+      CapturedConsole console;
+      stitch(shots, file("single.png"));
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), refusal);
+    }
+    {
+      CapturedConsole console;
+      hdr(slots, file("hdr.png"));
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), refusal);
+    }
+    {
+      CapturedConsole console;
+      repair(slots, file("repaired.png"));
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), refusal);
+    }
+  }
+  for (const char* name :
+       {"single.png", "hdr.png", "hdr.png.jpg", "repaired.png", "repaired.png.jpg", "isp.log"}) {
+    EXPECT_FALSE(exists(file(name))) << name;
+  }
+  EXPECT_FALSE(pending(file("hdr.png")));
+}
+
+// ---- Output folders ----------------------------------------------------------------------------
+
+TEST_F(BadInput, OutputFoldersThatDoNotExistOrCannotBeWrittenTo) {
+  // Tests run as root, for whom permission bits stop nothing: a folder below a regular file and
+  // a folder of the kernel's process file system cannot be written by anyone.
+  testing::writeTextFile(file("plain.txt"), "not a folder\n");
+  for (const std::string& folder : {file("missing"), file("plain.txt"), std::string("/proc")}) {
+    SCOPED_TRACE(folder);
+    const std::string single = folder + "/single.png";
+    const std::string hdrOutput = folder + "/hdr.png";
+    const std::string repaired = folder + "/repaired.png";
+    {
+      CapturedConsole console;
+      stitch(singles_, single);
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), Lines{"Write image: " + single + " error."});
+    }
+    {
+      CapturedConsole console;
+      hdr(slots_, hdrOutput);
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), Lines{"Write image: " + hdrOutput + ".jpg error."});
+    }
+    EXPECT_FALSE(pending(hdrOutput));
+    {
+      CapturedConsole console;
+      repair(slots_, repaired);
+      EXPECT_EQ(code(), kFailed);
+      EXPECT_EQ(console.errLines(), Lines{"Write image: " + repaired + ".jpg error."});
+    }
+    EXPECT_FALSE(exists(file("isp.log")));  // the colour script never ran
+    for (const auto& path : {single, hdrOutput + ".jpg", repaired, repaired + ".jpg"}) {
+      EXPECT_FALSE(exists(path)) << path;
+    }
+  }
+  // The table cache folder of Init is an output folder too.
+  for (const std::string& folder : {file("missing"), file("plain.txt"), std::string("/proc")}) {
+    void* fresh = ZEMU_CreateOptFlowStitchHandle();
+    CapturedConsole console;
+    ZEMU_InitOptFlowStitchHandle(fresh, files_.configPath.c_str(), folder.c_str(), kShotWidth,
+                                 kShotHeight, kGridWidth, kGridHeight);
+    EXPECT_EQ(ZEMU_GetOptFlowStitchCode(fresh), kFailed) << folder;
+    EXPECT_EQ(console.errLines(), Lines{"Write table: " + folder + "/table_Up.bin error."});
+    EXPECT_EQ(console.out().find("Init UpCam done."), std::string::npos);
+    ZEMU_DestroyOptFlowStitchHandle(fresh);
+  }
+}
+
+// ---- Camera configuration ----------------------------------------------------------------------
+
+TEST_F(BadInput, ConfigurationsMissingPairsOrMissingAltogether) {
+  const auto fresh = [&](const std::string& folder, const std::string& text) {
+    std::filesystem::create_directory(file(folder));
+    if (!text.empty()) testing::writeTextFile(file(folder + "/Up.txt"), text);
+    return file(folder + "/Up.txt");
+  };
+  // Only the first pairs: the rest read as zero and the stitch goes through on what was read.
+  const auto calibration = sim::defaultCalibration(sim::RigCamera::Up, {kShotWidth, kShotHeight});
+  std::ostringstream firstPairs;
+  firstPairs.precision(17);
+  firstPairs << "focal " << calibration.cameraMatrix.at<double>(0, 0) << "\ncenterX "
+             << calibration.cameraMatrix.at<double>(0, 2) << "\ncenterY "
+             << calibration.cameraMatrix.at<double>(1, 2) << "\nrotX";
+  // Labels without numbers: no focal length, so the camera sees nothing and the panorama is
+  // black, yet complete.
+  for (const auto& [folder, text] : {std::pair<std::string, std::string>{"short", firstPairs.str()},
+                                     {"labels", "focal centerX centerY rotX"},
+                                     {"blank", "\n"}}) {
+    SCOPED_TRACE(folder);
+    const std::string config = fresh(folder, text);
+    {
+      CapturedConsole console;
+      init(config, file(folder));
+      EXPECT_EQ(code(), 0u);
+      EXPECT_EQ(console.err(), "");
+    }
+    auto shots = pointers(singles_);
+    const std::string output = file(folder + "/pano.png");
+    CapturedConsole console;
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), shots.data(), output.c_str(), 1.0f,
+                                    1.0f, 1.0f);
+    EXPECT_EQ(code(), 0u) << console.err();
+    EXPECT_EQ(cv::imread(output).size(), cv::Size(kGridWidth, kGridHeight));
+  }
+  // No configuration file and no cached table: nothing to build the table from.
+  const std::string none = fresh("none", "");
+  CapturedConsole console;
+  init(none, file("none"));
+  EXPECT_EQ(code(), kFailed);
+  EXPECT_EQ(console.errLines(),
+            Lines{"No camera configuration read: cannot compute the projection table."});
+  EXPECT_TRUE(std::filesystem::is_empty(file("none")));
+}
+
+// ---- Projection table cache --------------------------------------------------------------------
+
+TEST_F(BadInput, TableFilesOfTheWrongSizeOrWithDamagedRecords) {
+  const std::string table = file("table_Up.bin");
+  const std::string good = testing::readFile(table);
+  ASSERT_EQ(good.size(), size_t{8} * kGridWidth * kGridHeight);
+
+  // Short and empty files are not trusted: Init builds the table again.
+  for (const std::string& damaged : {good.substr(0, good.size() / 2), std::string()}) {
+    testing::writeTextFile(table, damaged);
+    CapturedConsole console;
+    init(files_.configPath, work_.path().string());
+    EXPECT_EQ(code(), 0u) << console.err();
+    EXPECT_EQ(testing::readFile(table), good);
+  }
+  // A longer file is read up to the grid's size; records that point anywhere (NaN, huge,
+  // negative, beyond the shot) leave their cells black instead of reading outside the shot.
+  std::string damaged = good + std::string(100, '\x7f');
+  for (size_t record = 0; record < good.size() / 8; record += 3) {
+    static const float kWild[] = {NAN, 1e30f, -7.5f, kShotHeight + 0.5f, INFINITY};
+    const float wild = kWild[(record / 3) % 5];
+    std::memcpy(&damaged[record * 8 + (record % 2) * 4], &wild, sizeof wild);
+  }
+  testing::writeTextFile(table, damaged);
+  CapturedConsole console;
+  stitch(singles_, file("pano.png"));
+  EXPECT_EQ(code(), 0u) << console.err();
+  EXPECT_EQ(cv::imread(file("pano.png")).size(), cv::Size(kGridWidth, kGridHeight));
+  EXPECT_EQ(testing::readFile(table), damaged);  // trusted as it is, not rewritten
+}
+
+// ---- Null pointers -----------------------------------------------------------------------------
+
+TEST_F(BadInput, NullPathPointersAndNullEntriesInPathLists) {
+  const std::string config = files_.configPath;
+  const std::string output = file("out.png");
+  auto shots = pointers(singles_);
+  auto slots = pointers(slots_);
+  const int one[] = {10};
+  {
+    CapturedConsole console;
+    ZEMU_InitOptFlowStitchHandle(handle_, nullptr, work_.path().c_str(), 1, 1, 1, 1);
+    ZEMU_InitOptFlowStitchHandle(handle_, config.c_str(), nullptr, 1, 1, 1, 1);
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, nullptr, shots.data(), output.c_str(), 1, 1, 1);
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), nullptr, output.c_str(), 1, 1, 1);
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), shots.data(), nullptr, 1, 1, 1);
+    ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, nullptr, output.c_str(), 0, 1, 1, 1, 3);
+    ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, slots.data(), nullptr, 0, 1, 1, 1, 3);
+    ZEMU_ExecutePanoRepairHandle(handle_, nullptr, output.c_str(), one, one, one, one, 1, 1, 1, 1);
+    ZEMU_ExecutePanoRepairHandle(handle_, slots.data(), nullptr, one, one, one, one, 1, 1, 1, 1);
+    ZEMU_ExecutePanoRepairHandle(handle_, slots.data(), output.c_str(), one, nullptr, one, one, 1,
+                                 1, 1, 1);
+    ZEMU_ExecuteISPHandle(handle_, nullptr);
+    EXPECT_EQ(code(), kFailed);
+    const Lines errors = console.errLines();
+    ASSERT_EQ(errors.size(), 11u) << console.err();
+    for (const auto& line : errors) EXPECT_EQ(line.rfind("Missing ", 0), 0u) << line;
+    EXPECT_EQ(console.out(), "");  // refused before any work started
+  }
+  // A null entry in a path list reads as an empty path, which no shot has.
+  auto withHole = shots;
+  withHole[2] = nullptr;
+  auto slotsWithHole = slots;
+  slotsWithHole[5] = nullptr;
+  CapturedConsole console;
+  ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), withHole.data(), output.c_str(), 1, 1,
+                                  1);
+  EXPECT_EQ(code(), kFailed);
+  ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, slotsWithHole.data(), output.c_str(), 0, 1, 1, 1, 3);
+  EXPECT_EQ(code(), kFailed);
+  ZEMU_ExecutePanoRepairHandle(handle_, slotsWithHole.data(), output.c_str(), one, one, one, one, 1,
+                               1, 1, 1);
+  EXPECT_EQ(code(), kFailed);
+  EXPECT_EQ(console.errLines(), Lines(3, "Read imgPath:  error."));
+  EXPECT_FALSE(exists(output));
+  EXPECT_FALSE(exists(output + ".jpg"));
+
+  // The video handle: null paths and out pointers; a null panorama path is allowed (no panorama).
+  void* video = ZEMU_CreateVideoStitchHandle();
+  float a = -5.0f, b = -5.0f;
+  CapturedConsole videoConsole;
+  ZEMU_InitVideoStitchHandle(video, nullptr, work_.path().c_str(), 1, 1, 1, 1);
+  ZEMU_InitVideoStitchHandle(video, config.c_str(), nullptr, 1, 1, 1, 1);
+  ZEMU_ExecuteVideoStitchHandle(video, nullptr, nullptr, output.c_str(), nullptr, nullptr, &a, &b);
+  ZEMU_ExecuteVideoStitchHandle(video, nullptr, "v.mp4", nullptr, nullptr, nullptr, &a, &b);
+  ZEMU_ExecuteVideoStitchHandle(video, nullptr, "v.mp4", output.c_str(), nullptr, nullptr, nullptr,
+                                &b);
+  ZEMU_ExecuteVideoStitchHandle(video, nullptr, "v.mp4", output.c_str(), nullptr, nullptr, &a,
+                                nullptr);
+  EXPECT_EQ(ZEMU_GetVideoStitchCode(video), kFailed);
+  EXPECT_EQ(videoConsole.errLines().size(), 6u) << videoConsole.err();
+  EXPECT_EQ(a, -5.0f);
+  EXPECT_EQ(b, -5.0f);
+  ZEMU_DestroyVideoStitchHandle(video);
+}
+
+// ---- Repair rectangles -------------------------------------------------------------------------
+
+TEST_F(BadInput, RepairRectanglesWithNegativeOrHugeValuesAreSkipped) {
+  const int top = kBandRows + 80;
+  const std::vector<cv::Rect> rectangles = {{-5, top, 32, 40},
+                                            {80, INT_MIN, 32, 40},
+                                            {80, top, -32, 40},
+                                            {80, top, 32, 0},
+                                            {80, top, INT_MAX, 40},
+                                            {INT_MAX, top, 32, 40},
+                                            {80, INT_MAX, 32, INT_MAX},
+                                            {INT_MIN, INT_MIN, INT_MAX, INT_MAX},
+                                            {kGridWidth - 31, top, 32, 40}};
+  const std::string output = file("repaired.png");
+  CapturedConsole console;
+  repair(slots_, output, rectangles);
+  EXPECT_EQ(code(), 0u) << console.err();
+  Lines expected;
+  for (size_t i = 0; i < rectangles.size(); ++i) {
+    expected.push_back(std::to_string(i) + "th ROI outside the panorama.");
+  }
+  EXPECT_EQ(console.errLines(), expected);
+  EXPECT_EQ(cv::imread(output).size(), cv::Size(kGridWidth, kGridHeight + 2 * kBandRows));
+
+  // A negative count means no rectangles, whatever the arrays are.
+  CapturedConsole negative;
+  auto slots = pointers(slots_);
+  ZEMU_ExecutePanoRepairHandle(handle_, slots.data(), output.c_str(), nullptr, nullptr, nullptr,
+                               nullptr, -3, 1.0f, 1.0f, 1.0f);
+  EXPECT_EQ(code(), 0u) << negative.err();
+  EXPECT_EQ(negative.err(), "");
+}
+
+// ---- External tools missing from the PATH ------------------------------------------------------
+
+TEST_F(BadInput, ColourScriptMissingFailsTheColourStepAndTheRepair) {
+  std::filesystem::remove(file("isp.bat"));
+  std::filesystem::create_directory(file("empty-bin"));
+  ScopedEnvironmentVariable path("PATH", file("empty-bin"));
+
+  const std::string output = file("hdr.png");
+  {
+    CapturedConsole console;
+    hdr(slots_, output);
+    ASSERT_EQ(code(), 0u) << console.err();
+  }
+  {
+    CapturedConsole console;
+    ZEMU_ExecuteISPHandle(handle_, output.c_str());
+    EXPECT_EQ(code(), kFailed);
+    EXPECT_EQ(console.errLines(),
+              Lines{"ISP: the script left no readable image at " + output + "."});
+    EXPECT_FALSE(exists(output));
+  }
+  const std::string repaired = file("repaired.png");
+  CapturedConsole console;
+  repair(slots_, repaired);
+  EXPECT_EQ(code(), kFailed);
+  EXPECT_EQ(console.errLines(), Lines{"Read ISP result: " + repaired + " error."});
+  EXPECT_FALSE(exists(repaired));
+  EXPECT_FALSE(exists(repaired + ".jpg"));
+}
+
+TEST_F(BadInput, FfmpegMissingFailsTheVideoStitchSilentlyAndRunsNoStitcher) {
+  // A real clip, made while ffmpeg is still reachable, so only the missing tool can fail.
+  const std::string clip = file("rig.mp4");
+  if (runCommand("ffmpeg -hide_banner -loglevel error -f lavfi -i testsrc=size=3840x2880:rate=2 "
+                 "-t 2 -c:v mpeg4 -q:v 10 -y " +
+                 clip) != 0) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  std::filesystem::create_directory(file("bin"));
+  testing::writeScript(file("bin/zemu-ffmpeg-velmora"), "echo \"$*\" >> " + file("stitcher.log"));
+  ScopedEnvironmentVariable path("PATH", file("bin"));
+
+  void* video = ZEMU_CreateVideoStitchHandle();
+  ZEMU_InitVideoStitchHandle(video, files_.configPath.c_str(), work_.path().c_str(), 5472, 3648,
+                             kGridWidth, kGridHeight);
+  float a = -5.0f, b = -5.0f;
+  CapturedConsole console;
+  ZEMU_ExecuteVideoStitchHandle(video, nullptr, clip.c_str(), file("out/scene.mp4").c_str(),
+                                nullptr, nullptr, &a, &b);
+  EXPECT_EQ(ZEMU_GetVideoStitchCode(video), kFailed);
+  EXPECT_EQ(console.err(), "");
+  EXPECT_EQ(a, -5.0f);
+  EXPECT_EQ(b, -5.0f);
+  EXPECT_FALSE(exists(clip + ".jpg"));
+  EXPECT_FALSE(exists(file("stitcher.log")));
+  ZEMU_DestroyVideoStitchHandle(video);
+}
+
+}  // namespace
+}  // namespace velmora
