@@ -1,6 +1,8 @@
 #include "rig/camera_model.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <climits>
 #include <cmath>
 #include <opencv2/calib3d.hpp>
 #include <thread>
@@ -33,9 +35,18 @@ TableSetup makeSetup(const CameraGeometry& geometry, const CameraCalibration& ca
   cv::Mat rotation;
   cv::Rodrigues(cv::Vec3d(calibration.rotX, 0.0, calibration.rotZ), rotation);
   setup.rotation = cv::Matx33d(rotation);
-  setup.focal = static_cast<float>(calibration.cameraMatrix.at<double>(0, 0));
-  setup.centerX = static_cast<int>(calibration.cameraMatrix.at<double>(0, 2));
-  setup.centerY = static_cast<int>(calibration.cameraMatrix.at<double>(1, 2));
+  const double focal = calibration.cameraMatrix.at<double>(0, 0);
+  const double centerX = calibration.cameraMatrix.at<double>(0, 2);
+  const double centerY = calibration.cameraMatrix.at<double>(1, 2);
+  // The focal length becomes a float and the centre is truncated to an integer: values beyond
+  // those types (or not numbers at all) cannot describe a camera.
+  const auto fitsInt = [](double value) { return value > INT_MIN - 1.0 && value < INT_MAX + 1.0; };
+  if (!(std::abs(focal) <= FLT_MAX) || !fitsInt(centerX) || !fitsInt(centerY)) {
+    throw Failure("Camera configuration: focal length or optical centre out of range.");
+  }
+  setup.focal = static_cast<float>(focal);
+  setup.centerX = static_cast<int>(centerX);
+  setup.centerY = static_cast<int>(centerY);
   setup.scale = std::max(geometry.outWidth, geometry.outHeight);
   setup.lastColumn = static_cast<double>(geometry.size1) - 1.0;
   setup.lastRow = static_cast<double>(geometry.size2) - 1.0;

@@ -37,7 +37,8 @@ class CameraModel {
   bool readConfiguration(const std::string& path);
 
   // Computes the table from the calibration on `threads` threads (0: all cores). The result does
-  // not depend on the thread count. Throws Failure when no configuration was read.
+  // not depend on the thread count. Throws Failure when no configuration was read, or when its
+  // focal length does not fit a float or its optical centre an int (or either is not a number).
   void computeTable(unsigned threads = 0);
 
   // Replaces the table; it must be outHeight x outWidth CV_32FC2.

@@ -267,12 +267,26 @@ TEST_F(BadInput, ConfigurationsMissingPairsOrMissingAltogether) {
   }
   // No configuration file and no cached table: nothing to build the table from.
   const std::string none = fresh("none", "");
-  CapturedConsole console;
-  init(none, file("none"));
-  EXPECT_EQ(code(), kFailed);
-  EXPECT_EQ(console.errLines(),
-            Lines{"No camera configuration read: cannot compute the projection table."});
-  EXPECT_TRUE(std::filesystem::is_empty(file("none")));
+  {
+    CapturedConsole console;
+    init(none, file("none"));
+    EXPECT_EQ(code(), kFailed);
+    EXPECT_EQ(console.errLines(),
+              Lines{"No camera configuration read: cannot compute the projection table."});
+    EXPECT_TRUE(std::filesystem::is_empty(file("none")));
+  }
+  // Numbers no camera has: a centre beyond any pixel index, a focal length beyond double.
+  for (const auto& [folder, text] :
+       {std::pair<std::string, std::string>{"far", "f 26 x 1e300 y 32"},
+        {"huge", "f 1e400 x 1 y 2"}}) {
+    const std::string config = fresh(folder, text);
+    CapturedConsole console;
+    init(config, file(folder));
+    EXPECT_EQ(code(), kFailed) << folder;
+    EXPECT_EQ(console.errLines(),
+              Lines{"Camera configuration: focal length or optical centre out of range."});
+    EXPECT_FALSE(exists(file(folder + "/table_Up.bin")));
+  }
 }
 
 // ---- Projection table cache --------------------------------------------------------------------

@@ -156,5 +156,24 @@ TEST(ProjectionTable, NeedsAConfigurationAndANonEmptyGrid) {
   EXPECT_THROW(CameraModel(CameraGeometry{100, 100, 0, 32, kUpLens}), Failure);
 }
 
+TEST(ProjectionTable, RefusesNumbersNoCameraHas) {
+  // Found by fuzzing: a centre beyond int was truncated to an integer (undefined behaviour).
+  const double inf = INFINITY;
+  for (const cv::Vec3d& values :
+       {cv::Vec3d(500, -4.5e19, 700), cv::Vec3d(500, 1000, 3e9), cv::Vec3d(500, NAN, 700),
+        cv::Vec3d(1e300, 1000, 700), cv::Vec3d(-inf, 1000, 700), cv::Vec3d(NAN, 1000, 700)}) {
+    CameraModel model(CameraGeometry{100, 100, 64, 32, kUpLens});
+    model.calibration().cameraMatrix =
+        (cv::Mat_<double>(3, 3) << values[0], 0, values[1], 0, values[0], values[2], 0, 0, 0);
+    EXPECT_THROW(model.computeTable(), Failure) << values;
+  }
+  // The edges of the range still work: they only leave every cell unseen.
+  CameraModel edge(CameraGeometry{100, 100, 64, 32, kUpLens});
+  edge.calibration().cameraMatrix =
+      (cv::Mat_<double>(3, 3) << 3e38, 0, -2147483648.5, 0, 3e38, 2147483647.5, 0, 0, 0);
+  edge.computeTable(1);
+  EXPECT_EQ(cv::countNonZero(edge.table().reshape(1)), 0);
+}
+
 }  // namespace
 }  // namespace velmora
