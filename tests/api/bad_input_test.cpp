@@ -448,6 +448,55 @@ TEST_F(BadInput, ColourScriptMissingFailsTheColourStepAndTheRepair) {
   EXPECT_FALSE(exists(repaired + ".jpg"));
 }
 
+// The HDR stitch's video variant runs the colour script at once. Its tone source is cut out of a
+// shot of the rig's real size, so this one works on large shots (one image in every slot).
+TEST(BadInputLargeShots, ColourScriptMissingFailsTheHdrVideoVariant) {
+  constexpr int kRigWidth = 4736;
+  constexpr int kRigHeight = 3324;
+  constexpr int kPanoramaWidth = 576;
+  constexpr int kPanoramaHeight = 288;
+  TempDir work;
+  ScopedWorkingDirectory inside(work.path());
+  std::filesystem::create_directory(work.file("asset"));
+  testing::writeTextFile(work.file("asset/satuHigh.pp3"), "high\n");
+  testing::writeTextFile(work.file("asset/satuLow.pp3"), "low\n");
+  cv::Mat shot(kRigHeight, kRigWidth, CV_8UC3);
+  cv::randu(shot, 0, 256);
+  cv::GaussianBlur(shot, shot, cv::Size(0, 0), 3.0);
+  const std::string shotPath = work.file("rigvideo_00042_bracket.jpg");
+  ASSERT_TRUE(cv::imwrite(shotPath, shot));
+  // A stand-in ffmpeg that "grabs" a frame of the rig's frame size: the frame grab works, only
+  // the colour script is missing.
+  ASSERT_TRUE(cv::imwrite(work.file("frame.jpg"), shot(cv::Rect(0, 0, 4000, 3000))));
+  std::filesystem::create_directory(work.file("bin"));
+  testing::writeScript(work.file("bin/ffmpeg"), "/bin/cp " + work.file("frame.jpg") + " \"$9\"\n");
+  ScopedEnvironmentVariable path("PATH", work.file("bin"));
+  for (auto camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
+    sim::writeCalibration(sim::defaultCalibration(camera, sim::ShotSize{kRigWidth, kRigHeight}),
+                          work.file(std::string(sim::cameraName(camera)) + ".txt"));
+  }
+  void* handle = ZEMU_CreateOptFlowStitchHandle();
+  {
+    CapturedConsole quiet;
+    for (const char* config : {"Up.txt", "Down.txt"}) {
+      ZEMU_InitOptFlowStitchHandle(handle, work.file(config).c_str(), work.path().c_str(),
+                                   kRigWidth, kRigHeight, kPanoramaWidth, kPanoramaHeight);
+    }
+    ASSERT_EQ(ZEMU_GetOptFlowStitchCode(handle), 0u) << quiet.err();
+  }
+  std::vector<const char*> slots(18, shotPath.c_str());
+  const std::string output = work.file("final.jpg");
+  CapturedConsole console;
+  ZEMU_ExecuteOptFlowStitchHDRHandle(handle, slots.data(), output.c_str(), 1, 1.0f, 1.0f, 1.0f, 3);
+  EXPECT_EQ(ZEMU_GetOptFlowStitchCode(handle), kFailed);
+  EXPECT_EQ(console.errLines(), Lines{"Read ISP result: " + output + " error."});
+  EXPECT_NE(console.out().find("-----------------ISP-----------------"), std::string::npos);
+  EXPECT_FALSE(exists(output));
+  EXPECT_FALSE(exists(output + ".jpg"));
+  EXPECT_FALSE(exists(work.file("rigvideo_00042.mp4.jpg")));
+  ZEMU_DestroyOptFlowStitchHandle(handle);
+}
+
 TEST_F(BadInput, FfmpegMissingFailsTheVideoStitchSilentlyAndRunsNoStitcher) {
   // A real clip, made while ffmpeg is still reachable, so only the missing tool can fail.
   const std::string clip = file("rig.mp4");
