@@ -16,12 +16,12 @@ namespace {
 
 using velmora::fuzzing::scratchFile;
 
-constexpr int kShotWidth = 64;
-constexpr int kShotHeight = 48;
-constexpr int kGridWidth = 192;
-constexpr int kGridHeight = 96;
+constexpr int kShotWidth = 48;
+constexpr int kShotHeight = 36;
+constexpr int kGridWidth = 120;
+constexpr int kGridHeight = 60;
 constexpr char kConfiguration[] =
-    "focal 26\ncenterX 24\ncenterY 32\nrotX 0\nextra1 0\nrotZ 0\nextra2 0\nextra3 0\nextra4 0\n";
+    "focal 20\ncenterX 18\ncenterY 24\nrotX 0\nextra1 0\nrotZ 0\nextra2 0\nextra3 0\nextra4 0\n";
 
 enum class Target : uint8_t { Shot, Configuration, Table, Count };
 
