@@ -69,7 +69,8 @@ inline __m128 sampleLanes(__m128 s00, __m128 s01, __m128 s10, __m128 s11, __m128
 inline __m128 sampleImage(const float* image, std::size_t stride, const std::size_t* at, __m128 u,
                           __m128 v) {
   const auto pair = [](const float* p) {
-    return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p)));
+    // movq through the unaligned 64-bit load: two floats need not sit on an 8-byte boundary.
+    return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
   };
   const auto twoPairs = [&](const float* p, const float* q) {
     return _mm_movelh_ps(pair(p), pair(q));
