@@ -56,11 +56,8 @@ class HdrCommand : public Command {
                     "Lower camera's configuration (file name beginning 'D'), used by --video")
         ->check(CLI::ExistingFile)
         ->needs(video);
-    command.add_option("-t,--tables", tableDir_, "Folder of the projection table cache")
-        ->required()
-        ->check(CLI::ExistingDirectory);
-    addSizeOption(command, "--shot-size", shotSize_, "Size of every shot (both cameras)");
-    addSizeOption(command, "--grid", grid_, "Panorama size (both cameras)");
+    addCameraGridOptions(command, tableDir_, shotSize_, grid_, "Size of every shot (both cameras)",
+                         "Panorama size (both cameras)");
     command
         .add_option("--exposures", exposures_,
                     "Exposures per head position, 2 or 3 (default: as many as the shots hold)")

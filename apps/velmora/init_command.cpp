@@ -22,11 +22,7 @@ class InitCommand : public Command {
                     "Camera configuration (a file name beginning with 'Up.' or 'D')")
         ->required()
         ->check(CLI::ExistingFile);
-    command.add_option("-t,--tables", tableDir_, "Folder of the projection table cache")
-        ->required()
-        ->check(CLI::ExistingDirectory);
-    addSizeOption(command, "--shot-size", shotSize_, "Shot size");
-    addSizeOption(command, "--grid", grid_, "Panorama grid");
+    addCameraGridOptions(command, tableDir_, shotSize_, grid_, "Shot size", "Panorama grid");
   }
 
   int run() override {

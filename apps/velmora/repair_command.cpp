@@ -42,11 +42,8 @@ class RepairCommand : public Command {
         .add_option("-c,--up-config", upConfig_,
                     "Upper camera's configuration (file name beginning 'Up.')")
         ->check(CLI::ExistingFile);
-    command.add_option("-t,--tables", tableDir_, "Folder of the projection table cache")
-        ->required()
-        ->check(CLI::ExistingDirectory);
-    addSizeOption(command, "--shot-size", shotSize_, "Size of every shot");
-    addSizeOption(command, "--grid", grid_, "Panorama size");
+    addCameraGridOptions(command, tableDir_, shotSize_, grid_, "Size of every shot",
+                         "Panorama size");
     const CLI::Validator rectangle(
         [](std::string& text) {
           try {

@@ -55,7 +55,8 @@ class SimulateCommand : public Command {
         ->capture_default_str();
     command
         .add_option("--exposures", exposures_,
-                    "Exposure factor, or several comma-separated for a bracket (e.g. 2,1,0.5: brightest first, as the HDR stitch takes them)")
+                    "Exposure factor, or several comma-separated for a bracket (e.g. 2,1,0.5: "
+                    "brightest first, as the HDR stitch takes them)")
         ->capture_default_str();
     command.add_option("--noise", noise_, "Gaussian noise, standard deviation in 8-bit levels")
         ->check(CLI::NonNegativeNumber)

@@ -23,13 +23,10 @@ class StitchCommand : public Command {
                     "Camera configuration (a file name beginning with 'Up.' or 'D')")
         ->required()
         ->check(CLI::ExistingFile);
-    command.add_option("-t,--tables", tableDir_, "Folder of the projection table cache")
-        ->required()
-        ->check(CLI::ExistingDirectory);
+    addCameraGridOptions(command, tableDir_, shotSize_, grid_, "Size of every shot",
+                         "Panorama size");
     command.add_option("-o,--out", outputPath_, "Panorama file to write (format by extension)")
         ->required();
-    addSizeOption(command, "--shot-size", shotSize_, "Size of every shot");
-    addSizeOption(command, "--grid", grid_, "Panorama size");
     command.add_option("--gains", gains_, "Red, green and blue gains")->capture_default_str();
     command.add_option("shots", shots_, "The six shots in head-position order")
         ->required()

@@ -38,6 +38,16 @@ CLI::Option* addSizeOption(CLI::App& command, const std::string& name, PixelSize
       ->default_str(shown);
 }
 
+void addCameraGridOptions(CLI::App& command, std::string& tableDir, PixelSize& shotSize,
+                          PixelSize& grid, const std::string& shotDescription,
+                          const std::string& gridDescription) {
+  command.add_option("-t,--tables", tableDir, "Folder of the projection table cache")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  addSizeOption(command, "--shot-size", shotSize, shotDescription);
+  addSizeOption(command, "--grid", grid, gridDescription);
+}
+
 std::vector<float> parsePositiveList(const std::string& text, size_t expectedCount) {
   std::vector<float> values;
   std::istringstream in(text);

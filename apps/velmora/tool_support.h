@@ -22,6 +22,12 @@ PixelSize parsePixelSize(const std::string& text);
 CLI::Option* addSizeOption(CLI::App& command, const std::string& name, PixelSize& size,
                            const std::string& description);
 
+// The options of every command that initialises a camera: the projection table folder
+// (-t/--tables, required, an existing folder), the shot size and the panorama grid.
+void addCameraGridOptions(CLI::App& command, std::string& tableDir, PixelSize& shotSize,
+                          PixelSize& grid, const std::string& shotDescription,
+                          const std::string& gridDescription);
+
 // Parses a comma-separated list of positive numbers (at least one); throws
 // CLI::ValidationError otherwise.
 std::vector<float> parsePositiveList(const std::string& text, size_t expectedCount = 0);

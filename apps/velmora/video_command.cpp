@@ -79,11 +79,8 @@ class VideoCommand : public Command {
                     "Upper camera's configuration, the model of the frame's projection")
         ->required()
         ->check(CLI::ExistingFile);
-    command.add_option("-t,--tables", tableDir_, "Folder of the projection table cache")
-        ->required()
-        ->check(CLI::ExistingDirectory);
-    addSizeOption(command, "--shot-size", shotSize_, "The upper camera's shot size");
-    addSizeOption(command, "--grid", grid_, "Panorama grid");
+    addCameraGridOptions(command, tableDir_, shotSize_, grid_, "The upper camera's shot size",
+                         "Panorama grid");
   }
 
   int run() override {
