@@ -26,16 +26,10 @@ constexpr int kGridWidth = 576;
 constexpr int kGridHeight = 288;
 constexpr int kBandRows = 34;  // int(288 x 0.12)
 
-constexpr char kCopyingScript[] = "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n";
-
 class BracketedStitch : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::filesystem::create_directory(work_.file("asset"));
-    testing::writeTextFile(work_.file("asset/satuHigh.pp3"), "high\n");
-    testing::writeTextFile(work_.file("asset/satuLow.pp3"), "low\n");
-    testing::writeTextFile(work_.file("asset/isp_minion.pp3"), "in place\n");
-    testing::writeScript(work_.file("isp.bat"), kCopyingScript);
+    testing::writeStandInColourStep(work_.path());
 
     sim::SimulationRequest request;
     request.camera = sim::RigCamera::Up;

@@ -50,10 +50,7 @@ bool isJpeg(const std::string& path) {
 TEST(HdrVideoVariant, GrabsTheFrameMatchesTonesAndWritesTheComposite) {
   TempDir work;
   ScopedWorkingDirectory inside(work.path());
-  std::filesystem::create_directory(work.file("asset"));
-  testing::writeTextFile(work.file("asset/satuHigh.pp3"), "high\n");
-  testing::writeTextFile(work.file("asset/satuLow.pp3"), "low\n");
-  testing::writeScript(work.file("isp.bat"), "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n");
+  testing::writeStandInColourStep(work.path());
 
   // Shot 16's name gives the video's: its first 14 characters and ".mp4".
   const std::string shot = work.file("rigvideo_00042_bracket.jpg");

@@ -61,4 +61,15 @@ inline void writeScript(const std::string& path, const std::string& body) {
                                          std::filesystem::perms::group_exec);
 }
 
+// Sets `folder` up as a host's working directory for the colour step with stand-ins: the two
+// saturation profiles and one in place under asset/, and an isp.bat that appends its arguments
+// to isp.log and hands its input back as its result.
+inline void writeStandInColourStep(const std::filesystem::path& folder) {
+  std::filesystem::create_directory(folder / "asset");
+  std::ofstream(folder / "asset/satuHigh.pp3") << "high\n";
+  std::ofstream(folder / "asset/satuLow.pp3") << "low\n";
+  std::ofstream(folder / "asset/isp_minion.pp3") << "in place\n";
+  writeScript((folder / "isp.bat").string(), "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n");
+}
+
 }  // namespace velmora::testing
