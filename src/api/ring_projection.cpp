@@ -3,6 +3,7 @@
 #include <opencv2/core.hpp>
 
 #include "api/status.h"
+#include "common/parallel_items.h"
 #include "rig/projection.h"
 #include "rig/table_cache.h"
 
@@ -24,7 +25,9 @@ std::vector<cv::Mat> projectRing(const StitchHandle& handle, Camera camera,
   CameraModel model(geometry);
   model.readConfiguration(handle.configPath(camera));
   if (geometry.lensSelector == kUpLens) {
-    for (auto& shot : shots) cv::rotate(shot, shot, cv::ROTATE_90_COUNTERCLOCKWISE);
+    runForEachItem(shots.size(), [&shots](std::size_t i) {
+      cv::rotate(shots[i], shots[i], cv::ROTATE_90_COUNTERCLOCKWISE);
+    });
   }
   ensureTable(model, handle.tablePath(camera));
   return projectShots(shots, model.table(), geometry);

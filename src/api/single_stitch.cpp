@@ -7,6 +7,7 @@
 #include "api/ring_projection.h"
 #include "api/status.h"
 #include "common/image_io.h"
+#include "common/parallel_items.h"
 #include "flow/stitch_driver.h"
 #include "fusion/white_balance.h"
 #include "tools/black_bands.h"
@@ -39,19 +40,21 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
   const cv::Size shotSize = *camera == Camera::Up ? cv::Size(geometry.size2, geometry.size1)
                                                   : cv::Size(geometry.size1, geometry.size2);
 
-  std::vector<cv::Mat> shots;
-  for (const auto& path : request.imagePaths) {
-    cv::Mat shot = readColorImage(path);
-    if (shot.empty() || shot.size() != shotSize) {
-      console::err("Read imgPath: ", path, " error.");
+  // Each shot is read and balanced on its own (several at a time); a shot that cannot be used is
+  // reported, the first in path order, once all are back.
+  std::vector<cv::Mat> shots(request.imagePaths.size());
+  runForEachItem(shots.size(), [&](std::size_t i) {
+    cv::Mat shot = readColorImage(request.imagePaths[i]);
+    if (shot.empty() || shot.size() != shotSize) return;
+    applyWhiteBalanceGains(shot, request.redGain, request.greenGain, request.blueGain);
+    shots[i] = std::move(shot);
+  });
+  for (std::size_t i = 0; i < shots.size(); ++i) {
+    if (shots[i].empty()) {
+      console::err("Read imgPath: ", request.imagePaths[i], " error.");
       handle.code = kStatusFailure;
       return;
     }
-    shots.push_back(std::move(shot));
-  }
-
-  for (auto& shot : shots) {
-    applyWhiteBalanceGains(shot, request.redGain, request.greenGain, request.blueGain);
   }
   std::vector<cv::Mat> projected = projectRing(handle, *camera, std::move(shots));
 

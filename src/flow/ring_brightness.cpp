@@ -5,6 +5,7 @@
 #include <string>
 
 #include "api/status.h"
+#include "common/parallel_items.h"
 #include "flow/pixel_rounding.h"
 
 namespace velmora {
@@ -143,14 +144,17 @@ void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned fr
   }
   const BrightnessStrips strips = brightnessStrips(frameWidth, frameHeight);
   std::array<float, kFullRing> ratios{};
-  for (int i = 0; i < count; ++i) {
-    ratios[i] = brightnessRatio(images[i], images[(i + 1) % count], strips);
-  }
+  runForEachItem(kFullRing, [&](std::size_t i) {
+    ratios[i] = brightnessRatio(images[i], images[(i + 1) % kFullRing], strips);
+  });
   const RingGains gains = ringGains(ratios);
-  for (int k = 1; k < kFullRing; ++k) {
-    applyConstantGain(images[k], gains.products[k - 1], gains.normaliser);
-  }
-  applyClosingRamp(images[0], gains, frameWidth);
+  runForEachItem(kFullRing, [&](std::size_t k) {
+    if (k == 0) {
+      applyClosingRamp(images[0], gains, frameWidth);
+    } else {
+      applyConstantGain(images[k], gains.products[k - 1], gains.normaliser);
+    }
+  });
 }
 
 }  // namespace velmora
