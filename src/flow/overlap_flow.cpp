@@ -1,5 +1,7 @@
 #include "flow/overlap_flow.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include "api/status.h"
 #include "common/worker_threads.h"
 #include "flow/initial_search.h"
@@ -11,16 +13,31 @@ int overlapWidth(int imageWidth) {
   return static_cast<int>(static_cast<float>(imageWidth) * 60.0f / 360.0f);
 }
 
+namespace {
+
+// A BGRA copy of `region` of an 8-bit BGR or BGRA image; BGR pixels get alpha 255.
+cv::Mat bgraCopy(const cv::Mat& image, const cv::Rect& region) {
+  if (image.type() == CV_8UC4) return image(region).clone();
+  cv::Mat copy;
+  cv::cvtColor(image(region), copy, cv::COLOR_BGR2BGRA);
+  return copy;
+}
+
+}  // namespace
+
 void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap) {
-  if (first.type() != CV_8UC4 || second.type() != CV_8UC4 || first.size() != second.size()) {
-    throw Failure("Seam overlap: both images must be 8-bit BGRA of one size.");
+  const auto usable = [](const cv::Mat& image) {
+    return image.type() == CV_8UC4 || image.type() == CV_8UC3;
+  };
+  if (!usable(first) || !usable(second) || first.size() != second.size()) {
+    throw Failure("Seam overlap: both images must be 8-bit BGR or BGRA of one size.");
   }
   const int imageWidth = first.cols;
   const int height = first.rows;
   const int width = overlapWidth(imageWidth);
   const int secondX = static_cast<int>(static_cast<float>(imageWidth) * 120.0f / 360.0f);
-  overlap.firstCut = first(cv::Rect(imageWidth / 2, 0, width, height)).clone();
-  overlap.secondCut = second(cv::Rect(secondX, 0, width, height)).clone();
+  overlap.firstCut = bgraCopy(first, cv::Rect(imageWidth / 2, 0, width, height));
+  overlap.secondCut = bgraCopy(second, cv::Rect(secondX, 0, width, height));
 
   overlap.firstCut.colRange(2 * width / 3, width).setTo(cv::Scalar::all(0));
   overlap.secondCut.colRange(0, width / 3).setTo(cv::Scalar::all(0));

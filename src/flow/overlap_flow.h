@@ -19,12 +19,12 @@ struct SeamOverlap {
 // The band width of an image W columns wide: trunc(W x 60 / 360), the product in 32-bit float.
 int overlapWidth(int imageWidth);
 
-// Cuts the overlap bands out of `first` and `second` (CV_8UC4 of one size W x H) into
-// overlap.firstCut (columns W / 2 to W / 2 + w - 1 of `first`) and overlap.secondCut (columns
-// trunc(W x 120 / 360) onwards of `second`), w = overlapWidth(W), each an independent copy.
-// Then blanks (all four channels 0) the first cut's columns 2w / 3 to w - 1 and the second cut's
-// columns 0 to w / 3 - 1, so those thirds take no part in the flow. The flows are not touched.
-// Throws Failure when the images are not BGRA of one size.
+// Cuts the overlap bands out of `first` and `second` (8-bit BGRA, or BGR taken as BGRA with
+// alpha 255, of one size W x H) into overlap.firstCut (columns W / 2 to W / 2 + w - 1 of `first`)
+// and overlap.secondCut (columns trunc(W x 120 / 360) onwards of `second`), w = overlapWidth(W),
+// each an independent BGRA copy. Then blanks (all four channels 0) the first cut's columns 2w / 3
+// to w - 1 and the second cut's columns 0 to w / 3 - 1, so those thirds take no part in the flow.
+// The flows are not touched. Throws Failure when the images are not 8-bit BGR or BGRA of one size.
 void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap);
 
 // The overlap flow job: cutOutOverlap, then, unless `flowsGiven`, the flow from the first cut to

@@ -11,8 +11,9 @@ namespace velmora {
 // the first; one image is paired with itself).
 //
 // images: 8-bit BGR or BGRA, all of one non-empty size, projected to the common frame, with
-//   count == images.size(). On return they hold the brightness-equalised BGRA images (callers
-//   reuse them). A full ring of six is equalised pair by pair; smaller rings keep their brightness.
+//   count == images.size(). On return they hold the brightness-equalised images, of their type
+//   as given (callers reuse them). A full ring of six is equalised pair by pair; smaller rings keep
+//   their brightness.
 // angle: the rig's step between neighbouring images in degrees (60.0 for the rig); the band
 //   geometry is built for 60-degree steps and does not depend on it.
 // frameWidth x frameHeight: the frame; each pair's seam band is frameWidth / count columns by
@@ -28,7 +29,7 @@ void stitchRing(cv::Mat& output, std::vector<cv::Mat>& images, float angle, int 
 
 // Stitches two rings, the lower one with the upper ring's flow fields (never computed for the
 // lower ring): the upper ring as stitchRing into upperOutput; then the lower ring is equalised by
-// itself, converted to BGRA, cut into its overlap bands, and every band is warped with the upper
+// itself, cut into its overlap bands, and every band is warped with the upper
 // ring's flows of the same pair into lowerOutput. Both rings hold `count` images, each ring of
 // one size; arguments and failures as for stitchRing.
 void stitchTwoRings(cv::Mat& upperOutput, std::vector<cv::Mat>& upperImages, cv::Mat& lowerOutput,

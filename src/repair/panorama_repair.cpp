@@ -55,8 +55,8 @@ void repairRectangle(cv::Mat& panorama, const std::vector<cv::Mat>& ring, int in
     console::out(index, "th ROI over cur sphere.");
     return;
   }
-  cv::Mat source;
-  cv::cvtColor(sectorImage(ring, sector), source, cv::COLOR_BGRA2BGR);
+  cv::Mat source = sectorImage(ring, sector);
+  if (source.channels() == 4) cv::cvtColor(source, source, cv::COLOR_BGRA2BGR);
   blendFeathered(panorama, source, box, kRepairMargin,
                  cv::Rect(0, 0, panorama.cols, panorama.rows));
 }

@@ -30,8 +30,8 @@ struct RepairRequest {
 void executePanoRepair(StitchHandle& handle, const RepairRequest& request);
 
 // The repair loop of executePanoRepair: `panorama` is the stitched panorama (8-bit BGR, no bands),
-// `ring` the six projected BGRA shots in head-position order as the stitch left them, and the
-// rectangles are in the host's frame, whose top band of `bandRows` rows is removed.
+// `ring` the six projected shots (BGR or BGRA) in head-position order as the stitch left them, and
+// the rectangles are in the host's frame, whose top band of `bandRows` rows is removed.
 void repairRectangles(cv::Mat& panorama, const std::vector<cv::Mat>& ring,
                       const std::vector<cv::Rect>& hostRectangles, int bandRows);
 
