@@ -5,8 +5,9 @@
 namespace velmora {
 
 float lensAngle(float theta, uint32_t selector) {
-  const double p0 = powf(theta, 0.0f);
-  const double p1 = powf(theta, 1.0f);
+  // powf(theta, 0) is 1 and powf(theta, 1) is theta, exactly, for every float (NaN included).
+  const double p0 = 1.0;
+  const double p1 = theta;
   const double p2 = theta * theta;
   const double p3 = powf(theta, 3.0f);
   const double p4 = powf(theta, 4.0f);
