@@ -7,17 +7,6 @@
 
 namespace velmora::testing {
 
-namespace {
-
-std::vector<std::string> splitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-}  // namespace
-
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "velmora-test-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
@@ -37,12 +26,21 @@ CapturedConsole::~CapturedConsole() {
   std::cerr.rdbuf(oldErr_);
 }
 
-std::vector<std::string> CapturedConsole::outLines() const { return splitLines(out()); }
-std::vector<std::string> CapturedConsole::errLines() const { return splitLines(err()); }
+static std::vector<std::string> splitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+std::vector<std::string> CapturedConsole::outLines() const {
+  return splitLines(out());
+}
+std::vector<std::string> CapturedConsole::errLines() const {
+  return splitLines(err());
+}
 
 void writeTextFile(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
+  std::ofstream(path, std::ios::binary) << text;
 }
 
 std::string readFile(const std::string& path) {
@@ -50,8 +48,7 @@ std::string readFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::string cameraConfigText(double focal, double centerX, double centerY, float rotX,
-                             float rotZ) {
+std::string cameraConfigText(double focal, double centerX, double centerY, float rotX, float rotZ) {
   std::ostringstream text;
   text.precision(17);
   text << "focal " << focal << "\ncenterX " << centerX << "\ncenterY " << centerY << "\nrotX "

@@ -18,7 +18,6 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
-  // path() / name as text.
   std::string file(const std::string& name) const { return (path_ / name).string(); }
 
  private:
