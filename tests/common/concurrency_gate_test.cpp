@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
@@ -14,19 +15,15 @@ namespace velmora {
 namespace {
 
 TEST(ConcurrencyGate, LetsAtMostItsSlotsInAndEveryoneThroughEventually) {
-  // Zero slots count as one.
-  for (unsigned slots : {0u, 1u, 2u, 3u}) {
+  for (unsigned slots : {0u, 1u, 3u}) {  // zero slots count as one
     ConcurrencyGate gate(slots);
-    std::atomic<int> inside{0};
-    std::atomic<int> most{0};
-    std::atomic<int> done{0};
+    std::atomic<int> inside{0}, most{0}, done{0};
     WorkerThreads threads;
     for (int t = 0; t < 8; ++t) {
       threads.start([&] {
         const ConcurrencyGate::Pass pass(gate);
         const int now = ++inside;
-        int seen = most.load();
-        while (now > seen && !most.compare_exchange_weak(seen, now)) {
+        for (int seen = most.load(); now > seen && !most.compare_exchange_weak(seen, now);) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(3));
         --inside;
@@ -35,28 +32,20 @@ TEST(ConcurrencyGate, LetsAtMostItsSlotsInAndEveryoneThroughEventually) {
     }
     threads.join();
     EXPECT_EQ(done.load(), 8);
-    EXPECT_LE(most.load(), static_cast<int>(slots == 0 ? 1 : slots)) << slots << " slots";
-    EXPECT_GE(most.load(), 1);
+    EXPECT_LE(most.load(), static_cast<int>(std::max(slots, 1u))) << slots << " slots";
   }
 }
 
 TEST(ConcurrencyGate, FreesTheSlotWhenTheHolderThrows) {
   ConcurrencyGate gate(1);
-  EXPECT_THROW(
-      {
-        const ConcurrencyGate::Pass pass(gate);
-        throw std::runtime_error("job failed");
-      },
-      std::runtime_error);
-  // A lost slot would block here for ever.
-  WorkerThreads other;
-  std::atomic<bool> entered{false};
-  other.start([&] {
+  const auto failingJob = [&] {
     const ConcurrencyGate::Pass pass(gate);
-    entered = true;
-  });
+    throw std::runtime_error("job failed");
+  };
+  EXPECT_THROW(failingJob(), std::runtime_error);
+  WorkerThreads other;  // a lost slot would block here for ever
+  other.start([&] { const ConcurrencyGate::Pass pass(gate); });
   other.join();
-  EXPECT_TRUE(entered.load());
 }
 
 }  // namespace
