@@ -1,49 +1,67 @@
-// The velmora command-line tool, run as a user runs it: exit codes, messages and files.
+// The velmora command-line tool, run in a shell as a user runs it: exit codes, messages, files.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
 
-#include "apps/tool_run.h"
 #include "support/test_support.h"
+#include "tools/scoped_process_state.h"
 
+namespace velmora::testing {
 namespace {
 
-using velmora::testing::runTool;
-using velmora::testing::TempDir;
-using velmora::testing::ToolRun;
 namespace fs = std::filesystem;
 
-TEST(VelmoraTool, UsageListsTheSubcommands) {
+struct ToolRun {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+  bool said(const std::string& text) const { return (out + err).find(text) != std::string::npos; }
+};
+
+// Runs "velmora <arguments>" through /bin/sh after the shell text `setUp` ("cd x && "), with both
+// streams captured into files in `dir`.
+ToolRun runTool(const TempDir& dir, const std::string& arguments, const std::string& setUp = "") {
+  const int status = std::system((setUp + VELMORA_TOOL + " " + arguments + " >" +
+                                  dir.file("stdout.txt") + " 2>" + dir.file("stderr.txt"))
+                                     .c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(dir.file("stdout.txt")),
+          readFile(dir.file("stderr.txt"))};
+}
+
+TEST(VelmoraTool, UsageAndBadCommandLinesAreNamedAndWriteNothing) {
   TempDir dir;
   const ToolRun help = runTool(dir, "--help");
   EXPECT_EQ(help.exitCode, 0);
   for (const char* name : {"simulate", "scene", "init", "hdr", "isp", "repair", "video"}) {
-    EXPECT_NE(help.out.find(name), std::string::npos) << name;
+    EXPECT_TRUE(help.said(name)) << name;
   }
-  const ToolRun none = runTool(dir, "");
-  EXPECT_NE(none.exitCode, 0);
-  EXPECT_NE(none.err.find("subcommand"), std::string::npos) << none.err;
-}
-
-TEST(VelmoraTool, BadArgumentsAreNamed) {
-  TempDir dir;
-  const ToolRun noOut = runTool(dir, "simulate");
-  EXPECT_NE(noOut.exitCode, 0);
-  EXPECT_NE(noOut.err.find("--out is required"), std::string::npos) << noOut.err;
-  const ToolRun badSize = runTool(dir, "simulate -o " + dir.file("s") + " --grid 12x");
-  EXPECT_NE(badSize.exitCode, 0);
-  EXPECT_NE(badSize.err.find("--grid"), std::string::npos) << badSize.err;
-  const ToolRun badList = runTool(dir, "simulate -o " + dir.file("s") + " --exposures 1,0");
-  EXPECT_EQ(badList.exitCode, 1);
-  EXPECT_NE(badList.err.find("positive"), std::string::npos) << badList.err;
-  const ToolRun badCamera = runTool(dir, "simulate -o " + dir.file("s") + " --camera left");
-  EXPECT_NE(badCamera.exitCode, 0);
+  const std::string out = " -o " + dir.file("s");
+  writeTextFile(dir.file("Down.txt"), cameraConfigText(100.0, 80.0, 60.0));
+  const struct {
+    std::string arguments;
+    std::string named;
+  } cases[] = {{"", "subcommand"},
+               {"simulate", "--out is required"},
+               {"simulate" + out + " --grid 12x", "--grid"},
+               {"simulate" + out + " --exposures 1,0", "positive"},
+               {"simulate" + out + " --camera left", "--camera"},
+               {"simulate" + out + " --config " + dir.file("Down.txt"), "--camera"},
+               {"simulate" + out + " --scene " + dir.file("none.png"), "none.png"},
+               {"simulate" + out + " --camera up --shot-size 342x228 --video", "4736x3324"}};
+  for (const auto& c : cases) {
+    const ToolRun run = runTool(dir, c.arguments);
+    EXPECT_NE(run.exitCode, 0) << c.arguments;
+    EXPECT_TRUE(run.said(c.named)) << c.arguments << ": " << run.err;
+  }
   EXPECT_FALSE(fs::exists(dir.file("s")));
 }
 
-TEST(VelmoraTool, SimulateWritesBothCamerasAndSaysWhere) {
+TEST(VelmoraTool, SimulateWritesBothCamerasOrTheOneOfAGivenSceneAndConfiguration) {
   TempDir dir;
   const std::string out = dir.file("sim");
   const ToolRun run = runTool(dir, "simulate -o " + out +
@@ -51,59 +69,202 @@ TEST(VelmoraTool, SimulateWritesBothCamerasAndSaysWhere) {
                                        " --nodal-offset 0.05 --scene-radius 3 --noise 2");
   ASSERT_EQ(run.exitCode, 0) << run.err;
   for (const std::string name : {"Up", "Down"}) {
-    EXPECT_NE(run.out.find(out + "/" + name + ".txt"), std::string::npos) << run.out;
+    EXPECT_TRUE(run.said(out + "/" + name + ".txt")) << run.out;
     for (int position = 0; position < 6; ++position) {
-      const cv::Mat shot = cv::imread(out + "/" + name + "_" + std::to_string(position) + ".png");
-      EXPECT_EQ(shot.size(), cv::Size(200, 150));
+      const std::string shot = out + "/" + name + "_" + std::to_string(position) + ".png";
+      EXPECT_EQ(cv::imread(shot).size(), cv::Size(200, 150));
     }
     EXPECT_EQ(cv::imread(out + "/" + name + "_truth.png").size(), cv::Size(128, 64));
   }
-}
 
-TEST(VelmoraTool, SimulateTakesASceneAndAConfiguration) {
-  TempDir dir;
   const ToolRun scene = runTool(dir, "scene " + dir.file("scene.png") + " --size 256x128");
   ASSERT_EQ(scene.exitCode, 0) << scene.err;
   EXPECT_EQ(cv::imread(dir.file("scene.png")).size(), cv::Size(256, 128));
+  writeTextFile(dir.file("Down.txt"), cameraConfigText(100.0, 80.0, 60.0, 0.2f));
+  const std::string given = dir.file("given");
+  const ToolRun down = runTool(dir, "simulate -o " + given + " --scene " + dir.file("scene.png") +
+                                        " --config " + dir.file("Down.txt") +
+                                        " --camera down --shot-size 160x120 --grid 128x64"
+                                        " --exposures 0.5,1");
+  ASSERT_EQ(down.exitCode, 0) << down.err;
+  EXPECT_FALSE(fs::exists(given + "/Up.txt"));
+  EXPECT_TRUE(fs::exists(given + "/Down_5_1.jpg"));
+  EXPECT_NE(readFile(given + "/Down.txt").find("focal 100"), std::string::npos);
 
-  velmora::testing::writeTextFile(dir.file("Down.txt"),
-                                  velmora::testing::cameraConfigText(100.0, 80.0, 60.0, 0.2f));
-  const std::string out = dir.file("sim");
-  const ToolRun run =
-      runTool(dir, "simulate -o " + out + " --scene " + dir.file("scene.png") + " --config " +
-                       dir.file("Down.txt") +
-                       " --camera down --shot-size 160x120 --grid 128x64 --exposures 0.5,1");
-  ASSERT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_FALSE(fs::exists(out + "/Up.txt"));
-  EXPECT_TRUE(fs::exists(out + "/Down_5_1.jpg"));
-  EXPECT_NE(velmora::testing::readFile(out + "/Down.txt").find("focal 100"), std::string::npos);
-
-  const ToolRun both = runTool(dir, "simulate -o " + out + " --config " + dir.file("Down.txt"));
-  EXPECT_EQ(both.exitCode, 1);
-  EXPECT_NE(both.err.find("--camera"), std::string::npos) << both.err;
-  const ToolRun missing = runTool(dir, "simulate -o " + out + " --scene " + dir.file("none.png"));
-  EXPECT_NE(missing.exitCode, 0);
+  // init builds the table through the library, and says what the library said.
+  const std::string init = "init -t " + given + " --shot-size 160x120 --grid 128x64 -c ";
+  const ToolRun built = runTool(dir, init + given + "/Down.txt");
+  ASSERT_EQ(built.exitCode, 0) << built.err;
+  EXPECT_TRUE(built.said("Init DownCam done.")) << built.out;
+  EXPECT_EQ(fs::file_size(given + "/table_Down.bin"), 8u * 128 * 64);
+  fs::rename(given + "/Down.txt", given + "/down.txt");
+  const ToolRun wrong = runTool(dir, init + given + "/down.txt");
+  EXPECT_EQ(wrong.exitCode, 1);
+  EXPECT_TRUE(wrong.said("Configure path:")) << wrong.err;
 }
 
-TEST(VelmoraTool, InitBuildsTheTableThroughTheLibrary) {
-  TempDir dir;
-  const ToolRun simulated = runTool(dir, "simulate -o " + dir.path().string() +
-                                             " --camera up --shot-size 160x120 --grid 128x64"
-                                             " --no-truth");
-  ASSERT_EQ(simulated.exitCode, 0) << simulated.err;
-  const ToolRun init = runTool(dir, "init -c " + dir.file("Up.txt") + " -t " + dir.path().string() +
-                                        " --shot-size 160x120 --grid 128x64");
-  ASSERT_EQ(init.exitCode, 0) << init.err;
-  EXPECT_NE(init.out.find("Init UpCam done."), std::string::npos) << init.out;
-  EXPECT_EQ(fs::file_size(dir.file("table_Up.bin")), 8u * 128 * 64);
+// The hdr, isp and repair commands on one simulated bracket, in a working directory with a
+// stand-in colour script that hands its input back as its result.
+class BracketCommands : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    shots_ = std::make_unique<TempDir>();
+    const ToolRun simulated =
+        runTool(*shots_,
+                "simulate -o " + folder() + " --camera up --exposures 2,1,0.5 --no-truth" + kSizes);
+    ASSERT_EQ(simulated.exitCode, 0) << simulated.err;
+  }
+  static void TearDownTestSuite() { shots_.reset(); }
 
-  // A configuration whose name selects no camera: the library's message and a failed exit.
-  velmora::testing::writeTextFile(dir.file("up.txt"),
-                                  velmora::testing::readFile(dir.file("Up.txt")));
-  const ToolRun wrong =
-      runTool(dir, "init -c " + dir.file("up.txt") + " -t " + dir.path().string());
-  EXPECT_EQ(wrong.exitCode, 1);
-  EXPECT_NE(wrong.err.find("Configure path:"), std::string::npos) << wrong.err;
+  void SetUp() override {
+    fs::create_directory(work_.file("asset"));
+    writeTextFile(work_.file("asset/satuHigh.pp3"), "high\n");
+    writeTextFile(work_.file("asset/satuLow.pp3"), "low\n");
+    writeScript(work_.file("isp.bat"), "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n");
+  }
+
+  // Runs the tool in the working directory; `sizes` and the table folder follow the arguments.
+  ToolRun inWork(const std::string& arguments, const std::string& sizes = kSizes) const {
+    return runTool(output_, arguments + sizes + " -t " + work_.path().string(),
+                   "cd " + work_.path().string() + " && ");
+  }
+  bool inWorkExists(const std::string& name) const { return fs::exists(work_.file(name)); }
+  static std::string folder() { return shots_->path().string(); }
+  static std::string shot(int position, int exposure) {
+    return shots_->file("Up_" + std::to_string(position) + "_" + std::to_string(exposure) + ".jpg");
+  }
+  // The shots one by one (`count` of them, position by position) and the configuration.
+  static std::string shotList(int count, int perPosition) {
+    std::string list;
+    for (int k = 0; k < count; ++k) list += " " + shot(k / perPosition % 6, k % perPosition);
+    return list + " -c " + folder() + "/Up.txt";
+  }
+
+  static constexpr char kSizes[] = " --shot-size 342x228 --grid 576x288";
+  // The framed panorama: 288 rows and a band of int(288 x 0.12) = 34 rows above and below.
+  const cv::Size kFramedSize{576, 288 + 2 * 34};
+  static std::unique_ptr<TempDir> shots_;
+  TempDir work_;
+  TempDir output_;
+};
+
+std::unique_ptr<TempDir> BracketCommands::shots_;
+
+TEST_F(BracketCommands, HdrLeavesThePanoramaPendingAndOnlyTheSameProcessFinishesIt) {
+  const ToolRun stitched = inWork("hdr " + folder() + " -o pano.png");
+  ASSERT_EQ(stitched.exitCode, 0) << stitched.err;
+  EXPECT_TRUE(stitched.said("velmora hdr: HDR stitch status 0 (completed)")) << stitched.out;
+  EXPECT_TRUE(stitched.said("--isp")) << stitched.out;
+  EXPECT_TRUE(inWorkExists("pano.png.jpg"));
+  EXPECT_FALSE(inWorkExists("pano.png"));
+
+  // A process of its own has a new handle: the library finds nothing pending.
+  const ToolRun separate = runTool(output_, "isp pano.png", "cd " + work_.path().string() + " && ");
+  EXPECT_EQ(separate.exitCode, 1);
+  EXPECT_TRUE(separate.said("pano.png not found.")) << separate.out;
+  EXPECT_TRUE(separate.said("nothing was pending")) << separate.err;
+  EXPECT_FALSE(inWorkExists("isp.log"));
+
+  const ToolRun finished = inWork("hdr" + shotList(18, 3) + " -o pano.png --isp");
+  ASSERT_EQ(finished.exitCode, 0) << finished.err;
+  EXPECT_TRUE(finished.said("velmora hdr: colour step status 0 (completed)")) << finished.out;
+  EXPECT_EQ(readFile(work_.file("isp.log")), "isp_minion.pp3 pano.png pano.png.jpg\n");
+  EXPECT_FALSE(inWorkExists("pano.png.jpg"));
+  EXPECT_EQ(cv::imread(work_.file("pano.png")).size(), kFramedSize);
+}
+
+TEST_F(BracketCommands, HdrReportsLibraryFailuresInWordsAndChecksWhatItNeedsFirst) {
+  // Shots of another size than Init was given: the library's line, then the status in words.
+  const ToolRun wrongSize =
+      inWork("hdr " + folder() + " -o pano.png", " --shot-size 300x200 --grid 576x288");
+  EXPECT_EQ(wrongSize.exitCode, 1);
+  EXPECT_TRUE(wrongSize.said("Read imgPath: " + shot(0, 0) + " error.")) << wrongSize.err;
+  EXPECT_TRUE(wrongSize.said("velmora hdr: HDR stitch status -1 (failed)")) << wrongSize.err;
+  EXPECT_FALSE(inWorkExists("pano.png.jpg"));
+
+  const ToolRun wrongCount = inWork("hdr" + shotList(13, 3) + " -o pano.png");
+  EXPECT_EQ(wrongCount.exitCode, 1);
+  EXPECT_TRUE(wrongCount.said("12 or 18")) << wrongCount.err;
+
+  // Without the colour script in the working directory --isp stops before any stitching.
+  fs::remove(work_.file("isp.bat"));
+  fs::remove(work_.file("table_Up.bin"));
+  const ToolRun noScript = inWork("hdr " + folder() + " -o pano.png --isp");
+  EXPECT_EQ(noScript.exitCode, 1);
+  EXPECT_TRUE(noScript.said("isp.bat") && noScript.said("share/isp")) << noScript.err;
+  EXPECT_FALSE(inWorkExists("table_Up.bin"));
+}
+
+TEST_F(BracketCommands, RepairTakesTheRectanglesInOrderAndRefusesMalformedOnes) {
+  // The first rectangle lies at the panorama's edge (sector 2, never repaired); the second, in
+  // sector 4, is.
+  const ToolRun repaired =
+      inWork("repair " + folder() + " -o fixed.png --rect 0,100,40,40 --rect 180,90,26,40");
+  ASSERT_EQ(repaired.exitCode, 0) << repaired.err;
+  EXPECT_TRUE(repaired.said("0th ROI over cur sphere.")) << repaired.out;
+  EXPECT_FALSE(repaired.said("1th ROI over cur sphere.")) << repaired.out;
+  EXPECT_TRUE(repaired.said("velmora repair: repair status 0 (completed)"));
+  EXPECT_EQ(readFile(work_.file("isp.log")), "isp_minion.pp3 fixed.png fixed.png.jpg\n");
+  EXPECT_EQ(cv::imread(work_.file("fixed.png")).size(), kFramedSize);
+
+  fs::remove(work_.file("fixed.png"));
+  fs::remove(work_.file("table_Up.bin"));
+  for (const char* rectangle : {"1,2,3", "5,5,0,4", "a,b,c,d", "1,2,3,4,5"}) {
+    const ToolRun run = inWork("repair " + folder() + " -o fixed.png --rect " + rectangle);
+    EXPECT_NE(run.exitCode, 0) << rectangle;
+    EXPECT_TRUE(run.said("--rect")) << run.err;
+  }
+  const ToolRun twoExposures = inWork("repair" + shotList(12, 2) + " -o fixed.png --rect 1,2,3,4");
+  EXPECT_EQ(twoExposures.exitCode, 1);
+  EXPECT_TRUE(twoExposures.said("2 exposures per head position, not 3")) << twoExposures.err;
+  EXPECT_FALSE(inWorkExists("fixed.png"));
+  EXPECT_FALSE(inWorkExists("table_Up.bin"));
+}
+
+// The video command with the real ffmpeg, a 2-second clip of the rig's frame size made here and a
+// stand-in external video stitcher on the PATH that records its arguments.
+TEST(VelmoraTool, VideoGrabsTheFrameStartsTheStitcherOrFailsWithoutRunningIt) {
+  TempDir work;
+  if (std::system(("ffmpeg -hide_banner -loglevel error -f lavfi -i testsrc=size=3840x2880:rate=2 "
+                   "-t 2 -c:v mpeg4 -q:v 10 -y " +
+                   work.file("rig.mp4"))
+                      .c_str()) != 0) {
+    GTEST_SKIP() << "ffmpeg made no test video";
+  }
+  fs::create_directory(work.file("bin"));
+  fs::create_directory(work.file("out"));
+  writeScript(work.file("bin/zemu-ffmpeg-velmora"),
+              "echo \"$*\" >> " + work.file("stitcher.log") + "\n");
+  writeTextFile(work.file("Up.txt"), cameraConfigText(1500.0, 1824.0, 2736.0));
+  writeTextFile(work.file("broken.mp4"), "not a video\n");
+  ASSERT_TRUE(cv::imwrite(work.file("panorama.jpg"), cv::Mat(256, 512, CV_8UC3, cv::Scalar(30))));
+  TempDir output;
+  const auto video = [&](const std::string& name, const std::string& pathFolder) {
+    return runTool(output,
+                   "video --video " + work.file(name) + " -o " + work.file("out/scene.mp4") +
+                       " --panorama " + work.file("panorama.jpg") + " -c " + work.file("Up.txt") +
+                       " -t " + work.path().string() + " --shot-size 5472x3648 --grid 512x256",
+                   "PATH=" + pathFolder + ":$PATH ");
+  };
+
+  const ToolRun broken = video("broken.mp4", work.file("bin"));
+  EXPECT_EQ(broken.exitCode, 1);
+  EXPECT_TRUE(broken.said("velmora video: video stitch status -1 (failed)")) << broken.err;
+  EXPECT_FALSE(broken.said("outA")) << broken.out;
+  const ToolRun noStitcher = video("rig.mp4", work.file("out"));
+  EXPECT_EQ(noStitcher.exitCode, 1);
+  EXPECT_TRUE(noStitcher.said("zemu-ffmpeg-velmora")) << noStitcher.err;
+  EXPECT_FALSE(fs::exists(work.file("stitcher.log")));
+
+  const ToolRun run = video("rig.mp4", work.file("bin"));
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_TRUE(run.said("velmora video: video stitch status 0 (completed)")) << run.out;
+  EXPECT_TRUE(run.said("outA = 1\noutB = 3\n")) << run.out;
+  EXPECT_EQ(readFile(work.file("stitcher.log")), "-s " + work.file("rig.mp4") +
+                                                     " -r w=3630:h=2670:x=184:y=176 -n scene -o " +
+                                                     work.file("out") + "\n");
+  EXPECT_FALSE(fs::exists(work.file("rig.mp4.jpg")));
 }
 
 }  // namespace
+}  // namespace velmora::testing
