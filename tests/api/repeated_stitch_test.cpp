@@ -2,7 +2,6 @@
 // the process grow. (Under AddressSanitizer the allocator keeps freed memory in quarantine, so
 // resident memory says nothing there; its leak checker covers the same cycles instead.)
 #include <gtest/gtest.h>
-
 #include <malloc.h>
 
 #include <fstream>
@@ -66,8 +65,7 @@ TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
   for (const auto& shot : shotPaths) shots.push_back(shot.c_str());
   const std::string output = dir.file("pano.png");
 
-  long afterCycle20 = 0;
-  long heapAfterCycle20 = 0;
+  long residentAt20 = 0, heapAt20 = 0;
   for (int cycle = 1; cycle <= 100; ++cycle) {
     CapturedConsole quiet;
     void* handle = ZEMU_CreateOptFlowStitchHandle();
@@ -78,26 +76,20 @@ TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
     ASSERT_EQ(ZEMU_GetOptFlowStitchCode(handle), 0u) << "cycle " << cycle << ": " << quiet.err();
     ZEMU_DestroyOptFlowStitchHandle(handle);
     if (cycle == 20) {
-      afterCycle20 = residentKilobytes();
-      heapAfterCycle20 = heapInUseKilobytes();
+      residentAt20 = residentKilobytes();
+      heapAt20 = heapInUseKilobytes();
     }
   }
-  const long afterCycle100 = residentKilobytes();
-  const long heapAfterCycle100 = heapInUseKilobytes();
-  ASSERT_GT(afterCycle20, 0);
+  ASSERT_GT(residentAt20, 0);
   // What the heap holds must come back to where it was, but for OpenCV's own per-thread records:
   // OpenCV 4.6 keeps under a kilobyte for every thread that ever called it, and a cycle starts
   // about forty worker threads (projection, flow, seams, table rows), some 3 MB over 80 cycles.
   // Leaking the 60 kB panorama, or any shot or projection, per cycle would add 5 MB or more.
-  constexpr long kHeapNoiseKilobytes = 4096;
-  EXPECT_LE(heapAfterCycle100 - heapAfterCycle20, kHeapNoiseKilobytes)
-      << "heap in use after cycle 20: " << heapAfterCycle20 << " kB, after cycle 100: "
-      << heapAfterCycle100 << " kB";
+  EXPECT_LE(heapInUseKilobytes() - heapAt20, 4096) << "heap in use after cycle 20: " << heapAt20;
   // Resident memory may move with the allocator's arenas (each new worker thread can land on
   // another one), but must not grow with the cycles.
-  constexpr long kResidentNoiseKilobytes = 8192;
-  EXPECT_LE(afterCycle100 - afterCycle20, kResidentNoiseKilobytes)
-      << "after cycle 20: " << afterCycle20 << " kB, after cycle 100: " << afterCycle100 << " kB";
+  EXPECT_LE(residentKilobytes() - residentAt20, 8192)
+      << "resident after cycle 20: " << residentAt20;
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The shared object as a host sees it: only the interface's functions leave it, and it loads and
-// runs on its own.
-#include <dlfcn.h>
+// The shared object as a host sees it: only the interface's functions leave it. (That it loads
+// and runs on its own is the C host's test, tests/host.)
 #include <gtest/gtest.h>
 
 #include <array>
@@ -46,23 +45,6 @@ TEST(SharedLibrary, ExportsOnlyTheInterfaceFunctions) {
   for (const auto& name : kInterface) {
     EXPECT_TRUE(symbols.count(name)) << name << " is missing";
   }
-}
-
-TEST(SharedLibrary, LoadsAndDrivesAHandleThroughDlopen) {
-  void* library = dlopen(VELMORA_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(library, nullptr) << dlerror();
-  using Create = void* (*)();
-  using Get = unsigned (*)(void*);
-  using Destroy = void (*)(void*);
-  auto create = reinterpret_cast<Create>(dlsym(library, "ZEMU_CreateOptFlowStitchHandle"));
-  auto get = reinterpret_cast<Get>(dlsym(library, "ZEMU_GetOptFlowStitchCode"));
-  auto destroy = reinterpret_cast<Destroy>(dlsym(library, "ZEMU_DestroyOptFlowStitchHandle"));
-  ASSERT_TRUE(create && get && destroy);
-  void* handle = create();
-  ASSERT_NE(handle, nullptr);
-  EXPECT_EQ(get(handle), 0u);
-  destroy(handle);
-  dlclose(library);
 }
 
 }  // namespace

@@ -1,0 +1,180 @@
+// The stitch handle through the public interface: Init's transcript, status codes and table cache,
+// and the single-exposure stitch. Bad files, folders and pointers are in bad_input_test.cpp.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
+#include <stdexcept>
+
+#include "api/camera_choice.h"
+#include "api/console.h"
+#include "sim/builtin_scene.h"
+#include "sim/rig_simulation.h"
+#include "support/test_support.h"
+#include "velmora.h"
+
+namespace velmora::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+constexpr unsigned kFailed = 0xFFFFFFFFu;
+constexpr int kShotWidth = 228;
+constexpr int kShotHeight = 152;
+constexpr int kGridWidth = 390;
+constexpr int kGridHeight = 200;
+const std::string kSeparator = "---------------------------------";
+
+TEST(CameraChoice, TheLastPathComponentNamesTheCamera) {
+  const struct {
+    const char* path;
+    std::optional<Camera> camera;
+  } cases[] = {{"/rig/config/Up.txt", Camera::Up}, {"./Up.", Camera::Up},
+               {"/Down/Up.cfg", Camera::Up},       {"/rig/Down.txt", Camera::Down},
+               {"/rig/D", Camera::Down},           {"/Up./Dx.ini", Camera::Down},
+               {"/rig/up.txt", std::nullopt},      {"/rig/Up", std::nullopt},
+               {"/rig/Upper.txt", std::nullopt},   {"/rig/down.txt", std::nullopt}};
+  for (const auto& c : cases) EXPECT_EQ(cameraFromConfigPath(c.path), c.camera) << c.path;
+  for (const char* malformed : {"Up.txt", "/rig/", ""}) {
+    EXPECT_THROW(cameraFromConfigPath(malformed), std::invalid_argument) << malformed;
+  }
+}
+
+TEST(Console, DurationsAreWholeMillisecondsInSeconds) {
+  CapturedConsole captured;
+  console::out("ISP spend time : ", console::Stopwatch::secondsFromMilliseconds(1234));
+  console::out("x", console::Stopwatch::secondsFromMilliseconds(2000));
+  EXPECT_EQ(captured.out(), "ISP spend time : 1.234\nx2\n");
+}
+
+// Six simulated shots of the Up camera, shared by the tests, and a fresh handle and table folder.
+class StitchHandle : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    shots_ = std::make_unique<TempDir>();
+    sim::SimulationRequest request;
+    request.camera = sim::RigCamera::Up;
+    request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
+    request.gridWidth = kGridWidth;
+    request.gridHeight = kGridHeight;
+    request.outputDir = shots_->path().string();
+    request.writeGroundTruth = false;
+    files_ = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
+  }
+  static void TearDownTestSuite() { shots_.reset(); }
+  void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }
+
+  void init(const std::string& config, int gridWidth = kGridWidth, int gridHeight = kGridHeight) {
+    ZEMU_InitOptFlowStitchHandle(handle_, config.c_str(), dir_.path().c_str(), kShotWidth,
+                                 kShotHeight, gridWidth, gridHeight);
+  }
+  void stitch(const std::string& output, const std::string& config = files_.configPath) {
+    const std::vector<std::string> shots = sim::shotsOfBracket(files_, 0);
+    std::vector<const char*> paths;
+    for (const auto& shot : shots) paths.push_back(shot.c_str());
+    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), paths.data(), output.c_str(), 1.0f,
+                                    1.0f, 1.0f);
+  }
+  unsigned code() const { return ZEMU_GetOptFlowStitchCode(handle_); }
+  std::string copyOfTheConfiguration(const std::string& name) const {
+    writeTextFile(dir_.file(name), readFile(files_.configPath));
+    return dir_.file(name);
+  }
+
+  static std::unique_ptr<TempDir> shots_;
+  static sim::SimulatedFiles files_;
+  TempDir dir_;
+  void* handle_ = ZEMU_CreateOptFlowStitchHandle();
+};
+
+std::unique_ptr<TempDir> StitchHandle::shots_;
+sim::SimulatedFiles StitchHandle::files_;
+
+TEST_F(StitchHandle, InitPrintsItsTranscriptAndWritesOneTablePerCameraOfItsGridsSize) {
+  CapturedConsole console;
+  init(files_.configPath);
+  EXPECT_EQ(console.outLines(), (Lines{"==================version-1.0.34==================",
+                                       "Init UpCam done.", kSeparator}));
+  init(copyOfTheConfiguration("Down.txt"), 48, 24);
+  EXPECT_EQ(console.outLines().size(), 5u);
+  EXPECT_EQ(console.outLines()[3], "Init DownCam done.");  // no banner for the Down camera
+  EXPECT_EQ(console.err(), "");
+  EXPECT_EQ(code(), 0u);
+  EXPECT_EQ(fs::file_size(dir_.file("table_Up.bin")), 8u * kGridWidth * kGridHeight);
+  EXPECT_EQ(fs::file_size(dir_.file("table_Down.bin")), 8u * 48 * 24);
+}
+
+TEST_F(StitchHandle, InitRefusalsPrintOneLineAndALaterSuccessKeepsTheFailureCode) {
+  const std::string lower = copyOfTheConfiguration("up.txt");
+  const struct {
+    std::string config;
+    int gridWidth;
+    std::string error;
+  } cases[] = {{lower, kGridWidth, "Configure path:" + lower + " error."},
+               {"Up.txt", kGridWidth, "unknow error."},
+               {files_.configPath, 0, "Invalid panorama grid 0x200."}};
+  for (const auto& c : cases) {
+    ZEMU_DestroyOptFlowStitchHandle(handle_);
+    handle_ = ZEMU_CreateOptFlowStitchHandle();
+    CapturedConsole console;
+    init(c.config, c.gridWidth);
+    EXPECT_EQ(code(), kFailed) << c.error;
+    EXPECT_EQ(console.errLines(), Lines{c.error});
+  }
+  EXPECT_FALSE(fs::exists(dir_.file("table_Up.bin")));
+  CapturedConsole console;
+  init(files_.configPath);
+  EXPECT_EQ(code(), kFailed);
+}
+
+TEST_F(StitchHandle, InitTrustsACachedTableOfTheRightSizeWithoutAConfiguration) {
+  const std::string marker(8 * kGridWidth * kGridHeight, '\x11');
+  writeTextFile(dir_.file("table_Up.bin"), marker);
+  CapturedConsole console;
+  init(dir_.file("Up.txt"));  // no such file
+  EXPECT_EQ(code(), 0u) << console.err();
+  EXPECT_EQ(readFile(dir_.file("table_Up.bin")), marker);
+}
+
+TEST_F(StitchHandle, StitchWritesTheFramedPanoramaAtTheGridSizeWithItsTranscript) {
+  {
+    CapturedConsole quiet;
+    init(files_.configPath);
+  }
+  fs::remove(dir_.file("table_Up.bin"));  // rebuilt when the cache is gone
+  CapturedConsole console;
+  stitch(dir_.file("pano.png"));
+  EXPECT_EQ(code(), 0u) << console.err();
+  EXPECT_EQ(console.outLines(), (Lines{"Optical Flow Stitch start.", "Stitch up cameras.",
+                                       "Optical flow stitch finished.", kSeparator}));
+  EXPECT_TRUE(fs::exists(dir_.file("table_Up.bin")));
+  const cv::Mat panorama = cv::imread(dir_.file("pano.png"));
+  ASSERT_EQ(panorama.size(), cv::Size(kGridWidth, kGridHeight));
+  // trunc(200 x 0.12) = 24 black rows above and below, 200 + 48 rows resized to 200: the top
+  // 19 rows stay black, the horizon does not.
+  EXPECT_EQ(cv::countNonZero(panorama.rowRange(0, 18).reshape(1)), 0);
+  EXPECT_EQ(cv::countNonZero(panorama.rowRange(182, 200).reshape(1)), 0);
+  EXPECT_GT(cv::countNonZero(panorama.row(100).reshape(1)), 3 * kGridWidth * 9 / 10);
+}
+
+TEST_F(StitchHandle, StitchRefusalsPrintOneLineAndWriteNothing) {
+  CapturedConsole console;
+  stitch(dir_.file("pano.png"));  // before any Init
+  init(files_.configPath);
+  stitch(dir_.file("pano.png"), copyOfTheConfiguration("up.txt"));
+  stitch(dir_.file("pano.unknown"));
+  stitch(dir_.file("pano.png"), copyOfTheConfiguration("Down.txt"));
+  EXPECT_EQ(code(), kFailed);
+  EXPECT_EQ(console.errLines(),
+            (Lines{"Camera not initialised: call ZEMU_InitOptFlowStitchHandle with the Up "
+                   "configuration first.",
+                   "Configure path:" + dir_.file("up.txt") + " error.",
+                   "Write image: " + dir_.file("pano.unknown") + " error.",
+                   "Camera not initialised: call ZEMU_InitOptFlowStitchHandle with the Down "
+                   "configuration first."}));
+  EXPECT_FALSE(fs::exists(dir_.file("pano.png")) || fs::exists(dir_.file("pano.unknown")));
+}
+
+}  // namespace
+}  // namespace velmora::testing
