@@ -11,7 +11,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "sim/builtin_scene.h"
+#include "api/simulated_bracket.h"
 #include "sim/rig_camera.h"
 #include "sim/rig_simulation.h"
 #include "support/test_support.h"
@@ -22,21 +22,9 @@
 namespace velmora::testing {
 namespace {
 
-using Lines = std::vector<std::string>;
 namespace fs = std::filesystem;
 
-constexpr unsigned kFailed = 0xFFFFFFFFu;
-constexpr int kShotWidth = 228;
-constexpr int kShotHeight = 152;
-constexpr int kGridWidth = 390;
-constexpr int kGridHeight = 200;
 constexpr int kBandRows = 24;  // int(200 x 0.12)
-
-std::vector<const char*> pointers(const std::vector<std::string>& paths) {
-  std::vector<const char*> result;
-  for (const auto& path : paths) result.push_back(path.c_str());
-  return result;
-}
 
 // The colour step's folder: profiles and a stand-in script that hands its input back.
 void prepareColourStep(const TempDir& work) {
@@ -46,44 +34,15 @@ void prepareColourStep(const TempDir& work) {
   writeScript(work.file("isp.bat"), "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n");
 }
 
-// One simulated bracket of the Up camera (three exposures per head position) for every test; the
-// tests only read it.
-class BadInput : public ::testing::Test {
+// Every operation on the simulated bracket, with the Up camera initialised and the colour step's
+// folder as the working directory.
+class BadInput : public SimulatedBracket {
  protected:
-  static void SetUpTestSuite() {
-    simulation_ = std::make_unique<TempDir>();
-    sim::SimulationRequest request;
-    request.camera = sim::RigCamera::Up;
-    request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
-    request.gridWidth = kGridWidth;
-    request.gridHeight = kGridHeight;
-    request.exposures = {0.5f, 1.0f, 2.0f};
-    request.outputDir = simulation_->path().string();
-    request.writeGroundTruth = false;
-    files_ = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
-  }
-  static void TearDownTestSuite() { simulation_.reset(); }
-
   void SetUp() override {
     prepareColourStep(work_);
-    for (const auto& position : files_.shots)
-      slots_.insert(slots_.end(), position.begin(), position.end());
-    singles_ = sim::shotsOfBracket(files_, 1);
-    handle_ = ZEMU_CreateOptFlowStitchHandle();
     CapturedConsole quiet;
     init(files_.configPath, work_.path().string());
     ASSERT_EQ(code(), 0u) << quiet.err();
-  }
-  void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }
-
-  void init(const std::string& config, const std::string& tableDir) {
-    ZEMU_InitOptFlowStitchHandle(handle_, config.c_str(), tableDir.c_str(), kShotWidth, kShotHeight,
-                                 kGridWidth, kGridHeight);
-  }
-  void stitch(const std::vector<std::string>& shots, const std::string& output,
-              const std::string& config = files_.configPath) {
-    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), pointers(shots).data(), output.c_str(),
-                                    1.0f, 1.0f, 1.0f);
   }
   void hdr(const std::vector<std::string>& slots, const std::string& output) {
     ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, pointers(slots).data(), output.c_str(), 0, 1.0f,
@@ -115,21 +74,8 @@ class BadInput : public ::testing::Test {
     ZEMU_ExecuteISPHandle(handle_, output.c_str());
     return console.out().find(output + " not found.") == std::string::npos;
   }
-  unsigned code() const { return ZEMU_GetOptFlowStitchCode(handle_); }
-  std::string file(const std::string& name) const { return work_.file(name); }
-  bool exists(const std::string& name) const { return fs::exists(file(name)); }
-
-  static std::unique_ptr<TempDir> simulation_;
-  static sim::SimulatedFiles files_;
-  TempDir work_;
   ScopedWorkingDirectory inside_{work_.path()};
-  std::vector<std::string> slots_;    // 18: exposure e of position p at p x 3 + e
-  std::vector<std::string> singles_;  // the middle exposures
-  void* handle_ = nullptr;
 };
-
-std::unique_ptr<TempDir> BadInput::simulation_;
-sim::SimulatedFiles BadInput::files_;
 
 TEST_F(BadInput, ShotFilesThatAreMissingEmptyTruncatedNotImagesOrOfTheWrongSize) {
   const std::string jpeg = readFile(singles_[0]);

@@ -8,22 +8,13 @@
 
 #include "api/camera_choice.h"
 #include "api/console.h"
-#include "sim/builtin_scene.h"
-#include "sim/rig_simulation.h"
-#include "support/test_support.h"
-#include "velmora.h"
+#include "api/simulated_bracket.h"
 
 namespace velmora::testing {
 namespace {
 
-using Lines = std::vector<std::string>;
 namespace fs = std::filesystem;
 
-constexpr unsigned kFailed = 0xFFFFFFFFu;
-constexpr int kShotWidth = 228;
-constexpr int kShotHeight = 152;
-constexpr int kGridWidth = 390;
-constexpr int kGridHeight = 200;
 const std::string kSeparator = "---------------------------------";
 
 TEST(CameraChoice, TheLastPathComponentNamesTheCamera) {
@@ -48,48 +39,16 @@ TEST(Console, DurationsAreWholeMillisecondsInSeconds) {
   EXPECT_EQ(captured.out(), "ISP spend time : 1.234\nx2\n");
 }
 
-// Six simulated shots of the Up camera, shared by the tests, and a fresh handle and table folder.
-class StitchHandle : public ::testing::Test {
+class StitchHandle : public SimulatedBracket {
  protected:
-  static void SetUpTestSuite() {
-    shots_ = std::make_unique<TempDir>();
-    sim::SimulationRequest request;
-    request.camera = sim::RigCamera::Up;
-    request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
-    request.gridWidth = kGridWidth;
-    request.gridHeight = kGridHeight;
-    request.outputDir = shots_->path().string();
-    request.writeGroundTruth = false;
-    files_ = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
-  }
-  static void TearDownTestSuite() { shots_.reset(); }
-  void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }
-
   void init(const std::string& config, int gridWidth = kGridWidth, int gridHeight = kGridHeight) {
-    ZEMU_InitOptFlowStitchHandle(handle_, config.c_str(), dir_.path().c_str(), kShotWidth,
-                                 kShotHeight, gridWidth, gridHeight);
+    SimulatedBracket::init(config, work_.path().string(), gridWidth, gridHeight);
   }
-  void stitch(const std::string& output, const std::string& config = files_.configPath) {
-    const std::vector<std::string> shots = sim::shotsOfBracket(files_, 0);
-    std::vector<const char*> paths;
-    for (const auto& shot : shots) paths.push_back(shot.c_str());
-    ZEMU_ExecuteOptFlowStitchHandle(handle_, config.c_str(), paths.data(), output.c_str(), 1.0f,
-                                    1.0f, 1.0f);
-  }
-  unsigned code() const { return ZEMU_GetOptFlowStitchCode(handle_); }
   std::string copyOfTheConfiguration(const std::string& name) const {
-    writeTextFile(dir_.file(name), readFile(files_.configPath));
-    return dir_.file(name);
+    writeTextFile(file(name), readFile(files_.configPath));
+    return file(name);
   }
-
-  static std::unique_ptr<TempDir> shots_;
-  static sim::SimulatedFiles files_;
-  TempDir dir_;
-  void* handle_ = ZEMU_CreateOptFlowStitchHandle();
 };
-
-std::unique_ptr<TempDir> StitchHandle::shots_;
-sim::SimulatedFiles StitchHandle::files_;
 
 TEST_F(StitchHandle, InitPrintsItsTranscriptAndWritesOneTablePerCameraOfItsGridsSize) {
   CapturedConsole console;
@@ -101,8 +60,8 @@ TEST_F(StitchHandle, InitPrintsItsTranscriptAndWritesOneTablePerCameraOfItsGrids
   EXPECT_EQ(console.outLines()[3], "Init DownCam done.");  // no banner for the Down camera
   EXPECT_EQ(console.err(), "");
   EXPECT_EQ(code(), 0u);
-  EXPECT_EQ(fs::file_size(dir_.file("table_Up.bin")), 8u * kGridWidth * kGridHeight);
-  EXPECT_EQ(fs::file_size(dir_.file("table_Down.bin")), 8u * 48 * 24);
+  EXPECT_EQ(fs::file_size(file("table_Up.bin")), 8u * kGridWidth * kGridHeight);
+  EXPECT_EQ(fs::file_size(file("table_Down.bin")), 8u * 48 * 24);
 }
 
 TEST_F(StitchHandle, InitRefusalsPrintOneLineAndALaterSuccessKeepsTheFailureCode) {
@@ -122,7 +81,7 @@ TEST_F(StitchHandle, InitRefusalsPrintOneLineAndALaterSuccessKeepsTheFailureCode
     EXPECT_EQ(code(), kFailed) << c.error;
     EXPECT_EQ(console.errLines(), Lines{c.error});
   }
-  EXPECT_FALSE(fs::exists(dir_.file("table_Up.bin")));
+  EXPECT_FALSE(fs::exists(file("table_Up.bin")));
   CapturedConsole console;
   init(files_.configPath);
   EXPECT_EQ(code(), kFailed);
@@ -130,11 +89,11 @@ TEST_F(StitchHandle, InitRefusalsPrintOneLineAndALaterSuccessKeepsTheFailureCode
 
 TEST_F(StitchHandle, InitTrustsACachedTableOfTheRightSizeWithoutAConfiguration) {
   const std::string marker(8 * kGridWidth * kGridHeight, '\x11');
-  writeTextFile(dir_.file("table_Up.bin"), marker);
+  writeTextFile(file("table_Up.bin"), marker);
   CapturedConsole console;
-  init(dir_.file("Up.txt"));  // no such file
+  init(file("Up.txt"));  // no such file
   EXPECT_EQ(code(), 0u) << console.err();
-  EXPECT_EQ(readFile(dir_.file("table_Up.bin")), marker);
+  EXPECT_EQ(readFile(file("table_Up.bin")), marker);
 }
 
 TEST_F(StitchHandle, StitchWritesTheFramedPanoramaAtTheGridSizeWithItsTranscript) {
@@ -142,14 +101,14 @@ TEST_F(StitchHandle, StitchWritesTheFramedPanoramaAtTheGridSizeWithItsTranscript
     CapturedConsole quiet;
     init(files_.configPath);
   }
-  fs::remove(dir_.file("table_Up.bin"));  // rebuilt when the cache is gone
+  fs::remove(file("table_Up.bin"));  // rebuilt when the cache is gone
   CapturedConsole console;
-  stitch(dir_.file("pano.png"));
+  stitch(singles_, file("pano.png"));
   EXPECT_EQ(code(), 0u) << console.err();
   EXPECT_EQ(console.outLines(), (Lines{"Optical Flow Stitch start.", "Stitch up cameras.",
                                        "Optical flow stitch finished.", kSeparator}));
-  EXPECT_TRUE(fs::exists(dir_.file("table_Up.bin")));
-  const cv::Mat panorama = cv::imread(dir_.file("pano.png"));
+  EXPECT_TRUE(fs::exists(file("table_Up.bin")));
+  const cv::Mat panorama = cv::imread(file("pano.png"));
   ASSERT_EQ(panorama.size(), cv::Size(kGridWidth, kGridHeight));
   // trunc(200 x 0.12) = 24 black rows above and below, 200 + 48 rows resized to 200: the top
   // 19 rows stay black, the horizon does not.
@@ -160,20 +119,20 @@ TEST_F(StitchHandle, StitchWritesTheFramedPanoramaAtTheGridSizeWithItsTranscript
 
 TEST_F(StitchHandle, StitchRefusalsPrintOneLineAndWriteNothing) {
   CapturedConsole console;
-  stitch(dir_.file("pano.png"));  // before any Init
+  stitch(singles_, file("pano.png"));  // before any Init
   init(files_.configPath);
-  stitch(dir_.file("pano.png"), copyOfTheConfiguration("up.txt"));
-  stitch(dir_.file("pano.unknown"));
-  stitch(dir_.file("pano.png"), copyOfTheConfiguration("Down.txt"));
+  stitch(singles_, file("pano.png"), copyOfTheConfiguration("up.txt"));
+  stitch(singles_, file("pano.unknown"));
+  stitch(singles_, file("pano.png"), copyOfTheConfiguration("Down.txt"));
   EXPECT_EQ(code(), kFailed);
   EXPECT_EQ(console.errLines(),
             (Lines{"Camera not initialised: call ZEMU_InitOptFlowStitchHandle with the Up "
                    "configuration first.",
-                   "Configure path:" + dir_.file("up.txt") + " error.",
-                   "Write image: " + dir_.file("pano.unknown") + " error.",
+                   "Configure path:" + file("up.txt") + " error.",
+                   "Write image: " + file("pano.unknown") + " error.",
                    "Camera not initialised: call ZEMU_InitOptFlowStitchHandle with the Down "
                    "configuration first."}));
-  EXPECT_FALSE(fs::exists(dir_.file("pano.png")) || fs::exists(dir_.file("pano.unknown")));
+  EXPECT_FALSE(fs::exists(file("pano.png")) || fs::exists(file("pano.unknown")));
 }
 
 }  // namespace
