@@ -40,13 +40,8 @@ struct Stitched {
 };
 
 double psnr(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
-  cv::Mat difference;
-  cv::absdiff(a, b, difference);
-  difference.convertTo(difference, CV_64F);
-  difference = difference.mul(difference);
   const double count = 3.0 * cv::countNonZero(mask);
-  const cv::Scalar sums = cv::sum(difference.setTo(cv::Scalar::all(0), mask == 0));
-  const double mse = (sums[0] + sums[1] + sums[2]) / std::max(count, 1.0);
+  const double mse = cv::norm(a, b, cv::NORM_L2SQR, mask) / std::max(count, 1.0);
   return 10.0 * std::log10(255.0 * 255.0 / std::max(mse, 1e-10));
 }
 
