@@ -1,0 +1,93 @@
+// The rig's files: the camera configuration text and the projection table cache.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "api/status.h"
+#include "rig/camera_config.h"
+#include "rig/table_cache.h"
+#include "support/test_support.h"
+
+namespace velmora {
+namespace {
+
+TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
+  const struct {
+    const char* text;
+    double focal, centerX, centerY;
+    float rotX, extra1, rotZ, extra2, extra3, extra4;
+  } cases[] = {
+      {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",  // labels ignored
+       1000.5, 2736.25, 1824, 0.25f, 9, -0.5f, 1, 2, 3},
+      {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, 0.5f, 0, 0, 0, 0, 0},
+      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, 0, 0, 0, 0, 0, 0},
+      {"", 0, 0, 0, 0, 0, 0, 0, 0, 0},
+  };
+  testing::TempDir dir;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    testing::writeTextFile(dir.file("Up.txt"), c.text);
+    CameraCalibration read;
+    ASSERT_TRUE(readCameraConfiguration(dir.file("Up.txt"), read));
+    ASSERT_TRUE(read.hasCameraMatrix());
+    // The matrix's last row stays zero, as in the file format, never (0, 0, 1).
+    const cv::Matx33d expected(c.focal, 0, c.centerX, 0, c.focal, c.centerY, 0, 0, 0);
+    EXPECT_EQ(cv::norm(read.cameraMatrix, cv::Mat(expected), cv::NORM_INF), 0.0);
+    const float values[] = {read.rotX,   read.extra1, read.rotZ,
+                            read.extra2, read.extra3, read.extra4};
+    const float wanted[] = {c.rotX, c.extra1, c.rotZ, c.extra2, c.extra3, c.extra4};
+    for (int k = 0; k < 6; ++k) EXPECT_EQ(values[k], wanted[k]) << "float " << k;
+  }
+  CameraCalibration untouched;
+  untouched.rotX = 7.0f;
+  EXPECT_FALSE(readCameraConfiguration(dir.file("missing.txt"), untouched));
+  EXPECT_FALSE(untouched.hasCameraMatrix());
+  EXPECT_EQ(untouched.rotX, 7.0f);
+}
+
+using testing::TempDir;
+
+constexpr std::size_t kTableBytes = 8 * 96 * 48;
+
+CameraModel configuredModel() {
+  CameraModel model(CameraGeometry{300, 200, 96, 48, kUpLens});
+  model.calibration().cameraMatrix =
+      (cv::Mat_<double>(3, 3) << 120.0, 0, 150.0, 0, 120.0, 100.0, 0, 0, 0);
+  return model;
+}
+
+TEST(TableCache, FileHoldsTheFloatPairsRowByRowAndLoadsBackBitForBit) {
+  TempDir dir;
+  CameraModel built = configuredModel();
+  buildTable(built, dir.file("table_Up.bin"));
+  const std::string bytes = testing::readFile(dir.file("table_Up.bin"));
+  ASSERT_EQ(bytes.size(), kTableBytes);
+  EXPECT_EQ(std::memcmp(bytes.data(), built.table().data, kTableBytes), 0);
+  EXPECT_GT(built.table().at<cv::Vec2f>(24, 48)[0], 0.0f);  // not an all-zero table
+
+  CameraModel loaded = configuredModel();
+  ASSERT_TRUE(loadTable(loaded, dir.file("table_Up.bin")));
+  EXPECT_EQ(std::memcmp(loaded.table().data, bytes.data(), kTableBytes), 0);
+  // Missing and short files are not loaded.
+  CameraModel untouched = configuredModel();
+  EXPECT_FALSE(loadTable(untouched, dir.file("none.bin")));
+  testing::writeTextFile(dir.file("short.bin"), bytes.substr(1));
+  EXPECT_FALSE(loadTable(untouched, dir.file("short.bin")));
+  EXPECT_TRUE(untouched.table().empty());
+}
+
+TEST(TableCache, UnwritableDestinationThrowsAndLeavesNothingBehind) {
+  TempDir dir;
+  CameraModel model = configuredModel();
+  EXPECT_THROW(buildTable(model, dir.file("missing/table_Up.bin")), Failure);
+  // A directory in the table's place makes the final rename fail after the write succeeded.
+  std::filesystem::create_directories(dir.file("table_Up.bin/x"));
+  EXPECT_THROW(buildTable(model, dir.file("table_Up.bin")), Failure);
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    EXPECT_EQ(entry.path().filename(), "table_Up.bin");
+  }
+}
+
+}  // namespace
+}  // namespace velmora
