@@ -1,14 +1,16 @@
-// The flow job end to end, and the pyramid and bilinear sample it is built on.
+// The flow job end to end, and the steps of it that the comparison with a plain chain of calls
+// takes as given: the pyramid, the coarsest level's patch search, tie handling in the sweeps and
+// the prior blend.
 #include "flow/optical_flow.h"
 
 #include <gtest/gtest.h>
 
-#include <opencv2/imgproc.hpp>
+#include <cmath>
 
-#include "api/status.h"
-#include "flow/bilinear_sample.h"
 #include "flow/flow_pyramid.h"
 #include "flow/flow_test_images.h"
+#include "flow/initial_search.h"
+#include "flow/level_refinement.h"
 
 namespace velmora {
 namespace {
@@ -23,51 +25,37 @@ std::pair<cv::Mat, cv::Mat> shiftedPair(float dx, float dy) {
           testing::withAlpha(testing::shiftedWindow(source, 40, 40, kWidth, kHeight, dx, dy))};
 }
 
-// Mean and largest absolute error per component of `flow` over `region`.
-std::pair<cv::Scalar, cv::Scalar> errorOver(const cv::Mat& flow, const cv::Rect& region, float dx,
-                                            float dy) {
-  cv::Mat error = cv::abs(flow(region) - cv::Scalar(dx, dy));
-  std::vector<cv::Mat> components;
-  cv::split(error, components);
-  cv::Scalar largest;
-  for (int c = 0; c < 2; ++c) cv::minMaxLoc(components[c], nullptr, &largest[c]);
-  return {cv::mean(error), largest};
-}
-
-TEST(FlowJob, IdenticalImagesGiveNearZeroFlowOfFullSize) {
-  const cv::Mat image = shiftedPair(0, 0).first;
-  for (int hint : {0, 2, 4}) {
-    cv::Mat flow;
-    computeOpticalFlow(image, image, flow, hint, true);
-    ASSERT_EQ(flow.type(), CV_32FC2);
-    ASSERT_EQ(flow.size(), image.size());
-    // At the exact match the cost has a kink; the one-sided numeric derivative of the gradient
-    // step pushes each visit off by half the local slope: hundredths of a pixel on smooth
-    // texture, up to about a fifth at the sharpest edges.
-    const auto [mean, largest] = errorOver(flow, cv::Rect(0, 0, kWidth, kHeight), 0, 0);
-    EXPECT_LT(mean[0] + mean[1], 0.05) << "hint " << hint;
-    EXPECT_LT(std::max(largest[0], largest[1]), 0.25) << "hint " << hint;
-  }
-}
-
-// The flow is estimated at half resolution, every visit takes a single damped gradient step (half
-// the cost slope) and is pulled towards the smooth prior and, weakly, towards zero, so a
-// displacement is approached from below and reached to a few tenths of a pixel. The bounds (0.25
-// px mean, 0.6 px anywhere, per component) are far tighter than the faults they catch: a lost
-// factor 2 to full resolution or 1 / 0.88 per level is 0.7 px or more here, swapped components
-// 1 px, a wrong sign 3 px.
-TEST(FlowJob, RecoversWholeAndSubPixelShiftsWhereBothImagesAreValid) {
-  for (const cv::Point2f shift : {cv::Point2f(3, 0), cv::Point2f(1.5f, 0.5f), cv::Point2f(-2, 1)}) {
-    auto [first, second] = shiftedPair(shift.x, shift.y);
+// The flow is estimated at half resolution, every visit takes a single damped gradient step and
+// is pulled towards the smooth prior, so a displacement is approached from below and reached to a
+// few tenths of a pixel (a few hundredths where there is none). The bounds are far tighter than
+// the faults they catch: a lost factor 2 to full resolution or 1 / 0.88 per level is 0.7 px or
+// more, swapped components 1 px, a wrong sign 3 px.
+TEST(FlowJob, RecoversZeroWholeAndSubPixelShiftsWhereBothImagesAreValid) {
+  const struct {
+    float dx, dy;
+    int hint;
+    double mean, largest;  // per component
+  } cases[] = {{0, 0, kHintRightward, 0.03, 0.1},      {0, 0, kHintLeftward, 0.03, 0.1},
+               {0, 0, kHintNoSearch, 0.03, 0.1},       {3, 0, kHintNoSearch, 0.25, 0.6},
+               {1.5f, 0.5f, kHintNoSearch, 0.25, 0.6}, {-2, 1, kHintNoSearch, 0.25, 0.6}};
+  for (const auto& c : cases) {
+    auto [first, second] = shiftedPair(c.dx, c.dy);
     // As in the overlap bands: only the middle half is valid in both.
     first.colRange(3 * kWidth / 4, kWidth).setTo(cv::Scalar::all(0));
     second.colRange(0, kWidth / 4).setTo(cv::Scalar::all(0));
     cv::Mat flow;
-    computeOpticalFlow(first, second, flow, kHintNoSearch, true);
+    computeOpticalFlow(first, second, flow, c.hint, true);
+    ASSERT_EQ(flow.type(), CV_32FC2);
+    ASSERT_EQ(flow.size(), first.size());
     const cv::Rect bothValid(kWidth / 4 + 8, 8, kWidth / 2 - 16, kHeight - 16);
-    const auto [mean, largest] = errorOver(flow, bothValid, shift.x, shift.y);
-    EXPECT_LT(std::max(mean[0], mean[1]), 0.25) << shift;
-    EXPECT_LT(std::max(largest[0], largest[1]), 0.6) << shift;
+    cv::Mat error = cv::abs(flow(bothValid) - cv::Scalar(c.dx, c.dy)), components[2];
+    cv::split(error, components);
+    for (int k = 0; k < 2; ++k) {
+      double largest = 0;
+      cv::minMaxLoc(components[k], nullptr, &largest);
+      EXPECT_LT(cv::mean(components[k])[0], c.mean) << c.dx << "," << c.dy << " hint " << c.hint;
+      EXPECT_LT(largest, c.largest) << c.dx << "," << c.dy << " hint " << c.hint;
+    }
   }
 }
 
@@ -82,21 +70,10 @@ TEST(FlowJob, InvalidHoleTakesTheSmoothFieldOfItsSurroundings) {
   ring(hole).setTo(0);
   const cv::Scalar around = cv::mean(flow, ring);
   const cv::Scalar inside = cv::mean(flow(cv::Rect(hole.x + 6, hole.y + 6, 12, 12)));
-  // Nothing in the hole is ever matched: without the prior blend it would keep the coarsest
-  // level's zero start.
+  // Nothing in the hole is matched: without the prior blend it would keep the zero start.
   EXPECT_NEAR(inside[0], around[0], 0.5);
   EXPECT_NEAR(inside[1], around[1], 0.2);
   EXPECT_GT(inside[0], 2.0);
-}
-
-TEST(FlowJob, RejectsImagesThatDoNotFit) {
-  const cv::Mat image = shiftedPair(0, 0).first;
-  cv::Mat flow, bgr;
-  EXPECT_THROW(computeOpticalFlow(image, image.colRange(0, 100).clone(), flow, 4, true), Failure);
-  cv::cvtColor(image, bgr, cv::COLOR_BGRA2BGR);
-  EXPECT_THROW(computeOpticalFlow(bgr, bgr, flow, 4, true), Failure);
-  const cv::Mat tiny(3, 40, CV_8UC4, cv::Scalar::all(255));
-  EXPECT_THROW(computeOpticalFlow(tiny, tiny, flow, 4, true), Failure);
 }
 
 TEST(FlowPyramid, LevelsShrinkBy088RoundedStopBelow25PixelsAndAt100Levels) {
@@ -105,30 +82,135 @@ TEST(FlowPyramid, LevelsShrinkBy088RoundedStopBelow25PixelsAndAt100Levels) {
   EXPECT_EQ(pyramidLevelSizes(cv::Size(2000, 30)).size(), 2u);  // 1760 x 26, then 23 rows
   EXPECT_EQ(pyramidLevelSizes(cv::Size(24, 300)).size(), 1u);   // level 0 is kept as it is
   EXPECT_EQ(pyramidLevelSizes(cv::Size(1 << 30, 1 << 30)).size(), kPyramidMaximumLevels);
-
-  cv::Mat image(48, 64, CV_32F);
+  cv::Mat image(48, 64, CV_32F), expectedLevel;
   cv::randu(image, 0.0f, 1.0f);
   const std::vector<cv::Mat> levels = buildPyramid(image);
   ASSERT_EQ(levels.size(), 6u);
-  cv::Mat expectedLevel;
   cv::resize(levels[2], expectedLevel, cv::Size(43, 33), 0, 0, cv::INTER_LINEAR);
   EXPECT_EQ(cv::norm(levels[3], expectedLevel, cv::NORM_INF), 0.0);
 }
 
-TEST(BilinearSample, InterpolatesInsideAndReadsTheBorderPairOutside) {
-  // Columns 0, 1, 2, 3, 10; each row adds 100.
-  cv::Mat image =
-      (cv::Mat_<float>(3, 5) << 0, 1, 2, 3, 10, 100, 101, 102, 103, 110, 200, 201, 202, 203, 210);
-  const auto sample = [&](float x, float y) {
-    return sampleBilinear(image.ptr<float>(), 5, 5, 3, x, y);
-  };
-  EXPECT_FLOAT_EQ(sample(1.5f, 0.25f), 26.5f);
-  // Clamped to [0, 3] x [0, 1]: the last column and row are only the second of a pair, so
-  // positions beyond them read column 3 and row 1.
-  EXPECT_FLOAT_EQ(sample(4.0f, 0.0f), 3.0f);
-  EXPECT_FLOAT_EQ(sample(40.0f, 9.0f), 103.0f);
-  EXPECT_FLOAT_EQ(sample(-3.0f, -1.0f), 0.0f);
-  EXPECT_FLOAT_EQ(sample(2.5f, 1.5f), 102.5f);
+constexpr int kSide = 48;
+
+cv::Mat ones(int side = kSide) {
+  return cv::Mat(side, side, CV_32F, cv::Scalar(1.0f));
+}
+
+// Grey views of one texture, the second showing the first's content displaced by (dx, dy).
+std::pair<cv::Mat, cv::Mat> shiftedGreys(int dx, int dy) {
+  const cv::Mat source = testing::texture(kSide + 40, kSide + 40, 5);
+  cv::Mat views[2];
+  for (int i = 0; i < 2; ++i) {
+    cv::cvtColor(testing::shiftedWindow(source, 20, 20, kSide, kSide, i * dx, i * dy), views[i],
+                 cv::COLOR_BGR2GRAY);
+    views[i].convertTo(views[i], CV_32F, 1.0 / 255.0);
+  }
+  return {views[0], views[1]};
+}
+
+cv::Mat searched(const std::pair<cv::Mat, cv::Mat>& greys, int hint,
+                 const cv::Mat& alpha0 = ones()) {
+  cv::Mat flow = cv::Mat::zeros(kSide, kSide, CV_32FC2);
+  initialSearch(greys.first, greys.second, alpha0, ones(), flow, hint);
+  return flow;
+}
+
+// The share of pixels away from the border (where the windows are cut) with flow (dx, dy).
+double shareOf(const cv::Mat& flow, float dx, float dy) {
+  const cv::Mat inner = flow(cv::Rect(12, 12, kSide - 24, kSide - 24));
+  int hits = 0;
+  inner.forEach<cv::Vec2f>([&](const cv::Vec2f& f, const int*) { hits += f == cv::Vec2f(dx, dy); });
+  return static_cast<double>(hits) / inner.total();
+}
+
+TEST(InitialSearch, EachHintFindsTheDisplacementOnlyInsideItsRange) {
+  const struct { int hint, dx, dy; } found[] = {{0, 3, 1}, {1, -1, 4}, {2, -4, -1}, {3, 1, -5}};
+  for (const auto& c : found) {
+    EXPECT_GT(shareOf(searched(shiftedGreys(c.dx, c.dy), c.hint), c.dx, c.dy), 0.9) << c.hint;
+  }
+  // Out of range: every stored flow is a whole displacement of the hint's range.
+  const struct {
+    int hint, dx, dy;
+    cv::Rect range;  // of (dx, dy)
+  } missed[] = {{0, -3, 0, {0, -1, 6, 3}}, {3, 0, 4, {-1, -5, 3, 6}}};
+  for (const auto& c : missed) {
+    searched(shiftedGreys(c.dx, c.dy), c.hint).forEach<cv::Vec2f>([&](cv::Vec2f& f, const int*) {
+      ASSERT_TRUE(f[0] == std::round(f[0]) && f[1] == std::round(f[1]) &&
+                  c.range.contains(cv::Point(static_cast<int>(f[0]), static_cast<int>(f[1]))))
+          << "hint " << c.hint << ": " << f;
+    });
+  }
+  // Hint 4 and unknown hints search nothing.
+  for (int hint : {4, 5, -1}) {
+    EXPECT_EQ(cv::countNonZero(searched(shiftedGreys(3, 0), hint).reshape(1)), 0) << hint;
+  }
+}
+
+TEST(InitialSearch, MatchesBrightnessAndKeepsZeroOnTiesAndBelowTheAlphaThreshold) {
+  auto greys = shiftedGreys(2, 0);
+  greys.second *= 1.6;
+  EXPECT_GT(shareOf(searched(greys, 0), 2, 0), 0.9);
+  // Flat images: every candidate costs 0, and the first, zero displacement, stays.
+  const cv::Mat flat(kSide, kSide, CV_32F, cv::Scalar(0.5f));
+  EXPECT_EQ(cv::countNonZero(searched({flat, flat}, 2).reshape(1)), 0);
+  cv::Mat alpha0 = ones();
+  alpha0.colRange(0, kSide / 2).setTo(0.9f);  // not above 0.9
+  const cv::Mat flow = searched(shiftedGreys(3, 0), 0, alpha0);
+  EXPECT_EQ(cv::countNonZero(flow.colRange(0, kSide / 2).reshape(1)), 0);
+  EXPECT_EQ(flow.at<cv::Vec2f>(20, 30), cv::Vec2f(3, 0));
+}
+
+TEST(PatchCost, SkipsOffsetsOutsideTheFirstImageClampsTheSecondAndNeedsJointValidity) {
+  const cv::Mat alpha = ones(30), first = ones(30), dark = cv::Mat::zeros(30, 30, CV_32F);
+  const cv::Mat quarter(30, 30, CV_32F, cv::Scalar(0.25f));
+  // At the corner only the 11 x 11 offsets inside count: D / S = 0.75, undiluted.
+  EXPECT_FLOAT_EQ(patchCost(first, alpha, {0, 0}, quarter, alpha, {0, 0}), 0.75f);
+  // Displacement (29, 29) is dearer by 1 + 0.2 |(29, 29)|.
+  EXPECT_FLOAT_EQ(patchCost(first, alpha, {0, 0}, quarter, alpha, {29, 29}),
+                  (1.0f + 0.2f * static_cast<float>(std::sqrt(2.0 * 29 * 29))) * 0.75f);
+  // Around column 29 of the second image, offsets 0 to 10 all read column 29.
+  cv::Mat lastColumnLit = dark.clone();
+  lastColumnLit.col(29).setTo(1.0f);
+  EXPECT_FLOAT_EQ(patchCost(dark, alpha, {15, 15}, lastColumnLit, alpha, {29, 15}),
+                  (1.0f + 0.2f * 14.0f) * (11.0f * 21.0f) / 441.0f);
+  EXPECT_FALSE(std::isfinite(patchCost(dark, alpha, {15, 15}, dark, dark, {15, 15})));
+}
+
+TEST(PropagationSweeps, EqualCostsDoNotReplace) {
+  // Zero gradients and prior: (3, 1) and (3, -1) cost the same, and only (10, 7) is visited.
+  SweepInputs level;
+  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y =
+      cv::Mat::zeros(12, 20, CV_32F);
+  level.alpha0 = level.alpha1 = cv::Mat::zeros(12, 20, CV_32F);  // one buffer
+  level.alpha0.at<float>(7, 10) = 1.0f;
+  level.prior = cv::Mat::zeros(12, 20, CV_32FC2);
+  for (bool wide : {false, true}) {
+    cv::Mat forward(12, 20, CV_32FC2, cv::Scalar(3.0f, -1.0f));
+    forward.at<cv::Vec2f>(7, 10) = cv::Vec2f(3.0f, 1.0f);
+    cv::Mat backward = forward.clone();
+    forwardSweep(level, forward, wide);
+    backwardSweep(level, backward, wide);
+    EXPECT_GT(forward.at<cv::Vec2f>(7, 10)[1], 0.5f) << "wide " << wide;
+    EXPECT_GT(backward.at<cv::Vec2f>(7, 10)[1], 0.5f) << "wide " << wide;
+  }
+}
+
+TEST(PriorBlend, InvalidPixelsTakeTheBlurredFieldValidOnesKeepTheirs) {
+  cv::Mat flow(40, 40, CV_32FC2, cv::Scalar(1.0f, -1.0f)), blurred;
+  const cv::Rect hole(15, 15, 10, 10);
+  flow(hole).setTo(cv::Scalar(9.0f, 4.0f));
+  cv::Mat alpha0(40, 40, CV_32F, cv::Scalar(1.0f)), alpha1 = alpha0.clone();
+  alpha0(hole).setTo(0.0f);
+  alpha0.at<float>(5, 5) = alpha1.at<float>(5, 5) = 0.5f;  // jointly a quarter valid
+  cv::GaussianBlur(flow, blurred, cv::Size(15, 15), 8.0, 8.0, cv::BORDER_REFLECT_101);
+  const cv::Mat input = flow.clone();
+  blendWithPrior(flow, alpha0, alpha1);
+  for (cv::Point p : {cv::Point(15, 15), cv::Point(20, 20), cv::Point(24, 17)}) {
+    EXPECT_LT(cv::norm(flow.at<cv::Vec2f>(p) - blurred.at<cv::Vec2f>(p)), 1e-4);
+  }
+  const cv::Vec2f mixed = 0.25f * input.at<cv::Vec2f>(5, 5) + 0.75f * blurred.at<cv::Vec2f>(5, 5);
+  EXPECT_LT(cv::norm(flow.at<cv::Vec2f>(5, 5) - mixed), 1e-4);
+  EXPECT_EQ(flow.at<cv::Vec2f>(14, 20), input.at<cv::Vec2f>(14, 20));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Overlap cut-outs and flows, the warp of a cut-out along its flow, and the seam blend.
+// Overlap cut-outs and flows, the seam blend and the band built from them.
 #include "flow/seam_interpolation.h"
 
 #include <gtest/gtest.h>
@@ -18,10 +18,6 @@ cv::Mat columnCoded(int width, int height, uchar tag) {
   return image;
 }
 
-cv::Vec3b colour(const cv::Vec4b& p) {
-  return cv::Vec3b(p[0], p[1], p[2]);
-}
-
 TEST(OverlapCutOut, TakesTheSixthsBesideTheCentresAndBlanksTheFarThirds) {
   EXPECT_EQ(overlapWidth(8192), 1365);
   EXPECT_EQ(overlapWidth(100), 16);
@@ -39,7 +35,7 @@ TEST(OverlapCutOut, TakesTheSixthsBesideTheCentresAndBlanksTheFarThirds) {
   EXPECT_EQ(first.at<cv::Vec4b>(3, 399), cv::Vec4b(399 % 256, 1, 1, 255));  // copies were cut
 }
 
-TEST(OverlapFlowJob, GivenFlowsAreKeptAndOnlyTheCutOutsAreMade) {
+TEST(OverlapFlowJob, KeepsGivenFlowsAndPassesOnFailuresFromTheFlowThreads) {
   SeamOverlap overlap;
   overlap.flowFirstToSecond = cv::Mat(4, 4, CV_32FC2, cv::Scalar(7.0f, 1.0f));
   const uchar* given = overlap.flowFirstToSecond.data;
@@ -48,6 +44,9 @@ TEST(OverlapFlowJob, GivenFlowsAreKeptAndOnlyTheCutOutsAreMade) {
   EXPECT_EQ(overlap.flowFirstToSecond.at<cv::Vec2f>(3, 3), cv::Vec2f(7.0f, 1.0f));
   EXPECT_TRUE(overlap.flowSecondToFirst.empty());
   EXPECT_EQ(overlap.firstCut.size(), cv::Size(20, 16));
+  // Cut-outs of two sizes: the flow jobs refuse them on their own threads.
+  EXPECT_THROW(runOverlapFlowJob(columnCoded(120, 40, 1), columnCoded(126, 40, 1), overlap, false),
+               Failure);
 }
 
 TEST(OverlapFlowJob, ComputesBothDirectionsOverTheJointlyValidThird) {
@@ -70,45 +69,6 @@ TEST(OverlapFlowJob, ComputesBothDirectionsOverTheJointlyValidThird) {
   EXPECT_NEAR(backward[0], 2.0, 0.3);
   EXPECT_NEAR(forward[1], 0.0, 0.2);
   EXPECT_NEAR(backward[1], 0.0, 0.2);
-}
-
-TEST(OverlapFlowJob, FailuresInsideTheFlowThreadsReachTheCaller) {
-  SeamOverlap overlap;
-  // Cut-outs 2 pixels wide: each flow job refuses them on its own thread.
-  EXPECT_THROW(runOverlapFlowJob(columnCoded(12, 40, 1), columnCoded(12, 40, 1), overlap, false),
-               Failure);
-  EXPECT_THROW(runOverlapFlowJob(columnCoded(120, 40, 1), columnCoded(126, 40, 1), overlap, false),
-               Failure);
-}
-
-// Flow (8, 4) on a 64-column grid: column 16 has t = 0.25.
-TEST(WarpByFlow, LeadingStartsUndisplacedAndFadesTrailingStartsDisplacedAndRises) {
-  const cv::Mat image = testing::withAlpha(testing::texture(64, 48, 9));
-  const cv::Mat flow(48, 64, CV_32FC2, cv::Scalar(8.0f, 4.0f));
-  const cv::Mat leading = warpByFlow({64, 40}, image, flow, BandSide::kLeading).image;
-  const cv::Mat trailing = warpByFlow({64, 40}, image, flow, BandSide::kTrailing).image;
-  ASSERT_EQ(leading.size(), cv::Size(64, 40));
-  for (int y = 0; y < 30; ++y) {
-    ASSERT_EQ(leading.at<cv::Vec4b>(y, 0), image.at<cv::Vec4b>(y, 0)) << "row " << y;
-    // s = 0.25: sampled at (16 + 2, y + 1), alpha trunc(0.75 x 255).
-    ASSERT_EQ(colour(leading.at<cv::Vec4b>(y, 16)), colour(image.at<cv::Vec4b>(y + 1, 18)));
-    ASSERT_EQ(leading.at<cv::Vec4b>(y, 16)[3], 191);
-    // s = 1 at the start: sampled at (8, y + 4) with alpha 0; s = 0.75 at column 16.
-    ASSERT_EQ(colour(trailing.at<cv::Vec4b>(y, 0)), colour(image.at<cv::Vec4b>(y + 4, 8)));
-    ASSERT_EQ(trailing.at<cv::Vec4b>(y, 0)[3], 0);
-    ASSERT_EQ(colour(trailing.at<cv::Vec4b>(y, 16)), colour(image.at<cv::Vec4b>(y + 3, 22)));
-    ASSERT_EQ(trailing.at<cv::Vec4b>(y, 16)[3], 63);
-  }
-}
-
-TEST(WarpByFlow, PositionsOutsideTheImageReadZeroAndMagnitudeFollowsTheFlow) {
-  const cv::Mat image = testing::withAlpha(testing::texture(32, 24, 4));
-  const cv::Mat flow(24, 32, CV_32FC2, cv::Scalar(3.0f, 4.0f));
-  const WarpedImage warped = warpByFlow({48, 36}, image, flow, BandSide::kLeading);
-  EXPECT_FLOAT_EQ(warped.magnitude.at<float>(10, 10), 5.0f);
-  EXPECT_EQ(warped.magnitude.at<float>(30, 40), 0.0f);  // beyond the flow it resamples to zero
-  EXPECT_EQ(cv::countNonZero(warped.image(cv::Rect(36, 0, 12, 36)).reshape(1)), 0);
-  EXPECT_EQ(cv::countNonZero(warped.image(cv::Rect(0, 28, 48, 8)).reshape(1)), 0);
 }
 
 // One row of 12 columns (the colour ramp runs over columns 4 to 8).
