@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <opencv2/imgcodecs.hpp>
 
 #include "rig/camera_config.h"
@@ -27,64 +28,43 @@ SimulationRequest smallRequest(RigCamera camera, const std::string& dir) {
   return request;
 }
 
-TEST(RigSimulation, WritesShotsConfigurationAndTruthForBothCameras) {
+TEST(RigSimulation, WritesAShotPerPositionAndBracketTheConfigurationAndTheTruth) {
   TempDir dir;
   const cv::Mat scene = makeBuiltinScene(256, 128);
-  for (RigCamera camera : {RigCamera::Up, RigCamera::Down}) {
-    const SimulatedFiles files = simulateCamera(scene, smallRequest(camera, dir.path().string()));
-    const std::string name = cameraName(camera);
-    EXPECT_EQ(files.configPath, dir.file(name + ".txt"));
-    for (int position = 0; position < 6; ++position) {
-      ASSERT_EQ(files.shots[position].size(), 1u);
-      EXPECT_EQ(files.shots[position][0], dir.file(name + "_" + std::to_string(position) + ".png"));
-      const cv::Mat shot = cv::imread(files.shots[position][0], cv::IMREAD_COLOR);
-      // Stored as the host passes the size, for both cameras.
-      EXPECT_EQ(shot.size(), cv::Size(160, 120)) << files.shots[position][0];
-    }
-    EXPECT_EQ(cv::imread(files.truthPath).size(), cv::Size(128, 64));
-    const cv::Mat seen = cv::imread(files.seenPath, cv::IMREAD_GRAYSCALE);
-    EXPECT_EQ(seen.size(), cv::Size(128, 64));
-    EXPECT_GT(cv::countNonZero(seen == 255), 128 * 64 / 3);
-
-    // The configuration reads back, through the library's reader, as the default calibration.
-    CameraCalibration read;
-    ASSERT_TRUE(readCameraConfiguration(files.configPath, read));
-    const CameraCalibration expected = defaultCalibration(camera, ShotSize{160, 120});
-    EXPECT_EQ(cv::norm(read.cameraMatrix, expected.cameraMatrix, cv::NORM_INF), 0.0);
-    EXPECT_EQ(read.rotX, expected.rotX);
-    EXPECT_EQ(read.rotZ, expected.rotZ);
-  }
-}
-
-TEST(RigSimulation, BracketsGetOneFilePerExposure) {
-  TempDir dir;
   SimulationRequest request = smallRequest(RigCamera::Up, dir.path().string());
-  request.exposures = {0.5f, 1.0f, 2.0f};
-  request.writeGroundTruth = false;
-  const SimulatedFiles files = simulateCamera(makeBuiltinScene(256, 128), request);
-  EXPECT_TRUE(files.truthPath.empty());
-  EXPECT_FALSE(fs::exists(dir.file("Up_truth.png")));
+  request.exposures = {0.5f, 1.0f};
+  SimulatedFiles files = simulateCamera(scene, request);
   for (int position = 0; position < 6; ++position) {
-    ASSERT_EQ(files.shots[position].size(), 3u);
-    for (size_t bracket = 0; bracket < 3; ++bracket) {
-      EXPECT_EQ(files.shots[position][bracket], dir.file("Up_" + std::to_string(position) + "_" +
-                                                         std::to_string(bracket) + ".png"));
+    ASSERT_EQ(files.shots[position].size(), 2u);
+    for (size_t bracket = 0; bracket < 2; ++bracket) {
+      const std::string name = "Up_" + std::to_string(position) + "_" + std::to_string(bracket);
+      EXPECT_EQ(files.shots[position][bracket], dir.file(name + ".png"));
+      // Stored as the host passes the size, for both cameras.
+      EXPECT_EQ(cv::imread(files.shots[position][bracket]).size(), cv::Size(160, 120)) << name;
     }
   }
-  const std::vector<std::string> middle = shotsOfBracket(files, 1);
-  ASSERT_EQ(middle.size(), 6u);
-  EXPECT_EQ(middle[4], dir.file("Up_4_1.png"));
-  // The darker bracket is darker.
+  EXPECT_EQ(shotsOfBracket(files, 1)[4], dir.file("Up_4_1.png"));
   EXPECT_LT(cv::mean(cv::imread(files.shots[2][0]))[0], cv::mean(cv::imread(files.shots[2][1]))[0]);
-}
-
-TEST(RigSimulation, UsesAGivenCalibration) {
-  TempDir dir;
-  SimulationRequest request = smallRequest(RigCamera::Down, dir.path().string());
-  request.calibration = makeCalibration(90.0, 81.0, 58.0, 0.1f, 0.0f);
-  const SimulatedFiles files = simulateCamera(makeBuiltinScene(256, 128), request);
+  EXPECT_EQ(cv::imread(files.truthPath).size(), cv::Size(128, 64));
+  const cv::Mat seen = cv::imread(files.seenPath, cv::IMREAD_GRAYSCALE);
+  EXPECT_EQ(seen.size(), cv::Size(128, 64));
+  EXPECT_GT(cv::countNonZero(seen == 255), 128 * 64 / 3);
+  // The configuration reads back, through the library's reader, as the calibration used.
   CameraCalibration read;
   ASSERT_TRUE(readCameraConfiguration(files.configPath, read));
+  const CameraCalibration expected = defaultCalibration(RigCamera::Up, ShotSize{160, 120});
+  EXPECT_EQ(cv::norm(read.cameraMatrix, expected.cameraMatrix, cv::NORM_INF), 0.0);
+  EXPECT_EQ(read.rotX, expected.rotX);
+  EXPECT_EQ(read.rotZ, expected.rotZ);
+
+  request = smallRequest(RigCamera::Down, dir.path().string());
+  request.writeGroundTruth = false;
+  request.calibration = makeCalibration(90.0, 81.0, 58.0, 0.1f, 0.0f);
+  files = simulateCamera(scene, request);
+  EXPECT_EQ(files.shots[5], std::vector<std::string>{dir.file("Down_5.png")});
+  EXPECT_TRUE(files.truthPath.empty());
+  EXPECT_FALSE(fs::exists(dir.file("Down_truth.png")));
+  ASSERT_TRUE(readCameraConfiguration(dir.file("Down.txt"), read));
   EXPECT_EQ(read.cameraMatrix.at<double>(0, 0), 90.0);
   EXPECT_EQ(read.cameraMatrix.at<double>(1, 2), 58.0);
   EXPECT_EQ(read.rotX, 0.1f);
@@ -93,22 +73,24 @@ TEST(RigSimulation, UsesAGivenCalibration) {
 TEST(RigSimulation, InvalidRequestsWriteNothing) {
   TempDir dir;
   const cv::Mat scene = makeBuiltinScene(256, 128);
-  SimulationRequest request = smallRequest(RigCamera::Down, dir.path().string());
-  request.shotExtension = ".gif";
-  EXPECT_THROW(simulateCamera(scene, request), std::runtime_error);
-  request = smallRequest(RigCamera::Down, dir.path().string());
-  request.exposures = {1.0f, 0.0f};
-  EXPECT_THROW(simulateCamera(scene, request), std::runtime_error);
-  request = smallRequest(RigCamera::Down, dir.path().string());
-  request.exposures.clear();
-  EXPECT_THROW(simulateCamera(scene, request), std::runtime_error);
-  request = smallRequest(RigCamera::Down, dir.path().string());
-  request.shotSize = ShotSize{0, 120};
-  EXPECT_THROW(simulateCamera(scene, request), std::runtime_error);
+  const std::function<void(SimulationRequest&)> spoilers[] = {
+      [](SimulationRequest& r) { r.shotExtension = ".gif"; },
+      [](SimulationRequest& r) {
+        r.exposures = {1.0f, 0.0f};
+      },
+      [](SimulationRequest& r) { r.exposures.clear(); },
+      [](SimulationRequest& r) {
+        r.shotSize = ShotSize{0, 120};
+      },
+  };
+  for (const auto& spoil : spoilers) {
+    SimulationRequest request = smallRequest(RigCamera::Down, dir.path().string());
+    spoil(request);
+    EXPECT_THROW(simulateCamera(scene, request), std::runtime_error);
+  }
   EXPECT_THROW(simulateCamera(cv::Mat(), smallRequest(RigCamera::Down, dir.path().string())),
                std::runtime_error);
   EXPECT_TRUE(fs::is_empty(dir.path()));
-
   // A folder that cannot be created (a file stands in its way).
   velmora::testing::writeTextFile(dir.file("blocker"), "x");
   EXPECT_THROW(simulateCamera(scene, smallRequest(RigCamera::Down, dir.file("blocker") + "/sub")),

@@ -24,8 +24,7 @@ double maxDifference(const cv::Mat& a, const cv::Mat& b) {
 }
 
 TEST(ShotRenderer, ParallaxWithoutOffsetOrSphereIsTheInfinitelyFarScene) {
-  const cv::Mat scene = makeBuiltinScene(512, 256);
-  const EquirectScene equirect(scene);
+  const EquirectScene equirect(makeBuiltinScene(512, 256));
   const SimulatedCamera camera = downCamera();
   const cv::Mat far = renderShotLight(equirect, camera, 2);
   EXPECT_EQ(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.0, 3.0})), 0.0);
@@ -58,41 +57,11 @@ TEST(ShotRenderer, ParallaxRaysEndOnTheSceneSphere) {
   }
 }
 
-TEST(ShotRenderer, RejectsBadPositionsAndParallax) {
-  const cv::Mat scene = makeBuiltinScene(64, 32);
-  const EquirectScene equirect(scene);
-  const SimulatedCamera camera = downCamera();
-  EXPECT_THROW(renderShotLight(equirect, camera, 6), std::runtime_error);
-  EXPECT_THROW(renderShotLight(equirect, camera, -1), std::runtime_error);
-  EXPECT_THROW(renderShotLight(equirect, camera, 0, Parallax{2.0, 1.0}), std::runtime_error);
-  EXPECT_THROW(renderShotLight(equirect, camera, 0, Parallax{-0.1, 1.0}), std::runtime_error);
-}
-
-TEST(ShotRenderer, UpShotsAreStoredTurnedBack) {
-  const cv::Mat scene = makeBuiltinScene(256, 128);
-  const EquirectScene equirect(scene);
-  const SimulatedCamera up(defaultCalibration(RigCamera::Up, kShot),
-                           rigGeometry(RigCamera::Up, kShot, 256, 128));
-  const cv::Mat light = renderShotLight(equirect, up, 0);
-  EXPECT_EQ(light.cols, kShot.width);
-  EXPECT_EQ(light.rows, kShot.height);
-  // The Up camera looks up: after the library's counter-clockwise turn the sky is in the upper
-  // half of the model's frame and the ground in the lower half.
-  cv::Mat modelFrame;
-  cv::rotate(light, modelFrame, cv::ROTATE_90_COUNTERCLOCKWISE);
-  const int rows = modelFrame.rows;
-  const cv::Range middle(modelFrame.cols / 3, 2 * modelFrame.cols / 3);
-  const cv::Scalar top = cv::mean(modelFrame(cv::Range(rows / 5, rows * 3 / 10), middle));
-  const cv::Scalar bottom = cv::mean(modelFrame(cv::Range(rows * 7 / 10, rows * 4 / 5), middle));
-  EXPECT_GT(top[0] - top[2], 30.0);        // blue sky
-  EXPECT_LT(bottom[0] - bottom[2], 10.0);  // ground
-}
-
 TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposure) {
   const cv::Mat light = renderShotLight(EquirectScene(makeBuiltinScene(512, 256)), downCamera(), 1);
-  const cv::Mat dark = developShot(light, Exposure{0.5f, 0.0f, 0});
-  const cv::Mat normal = developShot(light, Exposure{1.0f, 0.0f, 0});
-  const cv::Mat bright = developShot(light, Exposure{2.0f, 0.0f, 0});
+  const cv::Mat dark = developShot(light, Exposure{0.5f, 0.0f, 0}),
+                normal = developShot(light, Exposure{1.0f, 0.0f, 0}),
+                bright = developShot(light, Exposure{2.0f, 0.0f, 0});
   int saturated = 0;
   for (int y = 0; y < light.rows; ++y) {
     const uchar* d = dark.ptr<uchar>(y);
@@ -115,8 +84,7 @@ TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposure) {
 TEST(ShotExposure, NoiseHasTheRequestedLevelAndFollowsTheSeed) {
   const cv::Mat light(200, 200, CV_32FC3, cv::Scalar::all(100.0));
   const cv::Mat noisy = developShot(light, Exposure{1.0f, 4.0f, 7});
-  cv::Scalar mean;
-  cv::Scalar deviation;
+  cv::Scalar mean, deviation;
   cv::meanStdDev(noisy.reshape(1), mean, deviation);
   EXPECT_NEAR(mean[0], 100.0, 0.1);
   EXPECT_NEAR(deviation[0], 4.0, 0.1);
@@ -124,7 +92,13 @@ TEST(ShotExposure, NoiseHasTheRequestedLevelAndFollowsTheSeed) {
   EXPECT_GT(maxDifference(noisy, developShot(light, Exposure{1.0f, 4.0f, 8})), 5.0);
 }
 
-TEST(ShotExposure, RejectsBadSettings) {
+TEST(ShotRendering, RejectsBadPositionsParallaxAndExposures) {
+  const EquirectScene scene(makeBuiltinScene(64, 32));
+  const SimulatedCamera camera = downCamera();
+  EXPECT_THROW(renderShotLight(scene, camera, 6), std::runtime_error);
+  EXPECT_THROW(renderShotLight(scene, camera, -1), std::runtime_error);
+  EXPECT_THROW(renderShotLight(scene, camera, 0, Parallax{2.0, 1.0}), std::runtime_error);
+  EXPECT_THROW(renderShotLight(scene, camera, 0, Parallax{-0.1, 1.0}), std::runtime_error);
   const cv::Mat light(4, 4, CV_32FC3, cv::Scalar::all(10.0));
   EXPECT_THROW(developShot(light, Exposure{0.0f, 0.0f, 0}), std::runtime_error);
   EXPECT_THROW(developShot(light, Exposure{1.0f, -1.0f, 0}), std::runtime_error);
