@@ -39,15 +39,6 @@ cv::Mat panoramaTruth(const EquirectScene& scene, int width, int height) {
   return sceneOnGrid(scene, width, height, 0.0);
 }
 
-cv::Mat projectedShotTruth(const EquirectScene& scene, const CameraGeometry& geometry,
-                           int position) {
-  const int width = static_cast<int>(geometry.outWidth);
-  const int height = static_cast<int>(geometry.outHeight);
-  requireGrid(width, height);
-  const GridFrame grid(width, height);
-  return sceneOnGrid(scene, width, height, headAngle(position) + grid.tableLongitude(0));
-}
-
 cv::Mat seenRegion(const SimulatedCamera& camera) {
   const int width = static_cast<int>(camera.geometry().outWidth);
   const int height = static_cast<int>(camera.geometry().outHeight);

@@ -18,11 +18,6 @@ cv::Mat sceneOnGrid(const EquirectScene& scene, int width, int height, double fi
 // 0 (sceneOnGrid with firstLongitude 0).
 cv::Mat panoramaTruth(const EquirectScene& scene, int width, int height);
 
-// What the library's projection of the shot at head position must show on the camera's grid:
-// the scene with the table's longitudes turned by the head's angle.
-cv::Mat projectedShotTruth(const EquirectScene& scene, const CameraGeometry& geometry,
-                           int position);
-
 // CV_8UC1 of the panorama grid (outWidth x outHeight of the camera): 255 where at least one of
 // the six shots sees the cell's direction (the table would give it a record), 0 elsewhere. The
 // directions are those from the rotation axis, without parallax.
