@@ -1,0 +1,109 @@
+// The parts of the colour step that need no script: the saturation measure and the profile it
+// chooses, the profile copy and the black bands around the result.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "api/status.h"
+#include "support/test_support.h"
+#include "tools/black_bands.h"
+#include "tools/file_copy.h"
+#include "tools/isp_script.h"
+#include "tools/saturation.h"
+
+namespace velmora {
+namespace {
+
+using testing::readFile;
+
+cv::Mat uniform(cv::Size size, cv::Scalar bgr) {
+  return cv::Mat(size, CV_8UC3, bgr);
+}
+
+TEST(Saturation, SpreadOverMaximumSummedOverTheWholeImage) {
+  const cv::Size size(64, 32);
+  EXPECT_EQ(measureSaturation(uniform(size, cv::Scalar::all(128))), 0.0f);
+  EXPECT_EQ(measureSaturation(uniform(size, cv::Scalar::all(255))), 0.0f);
+  EXPECT_EQ(measureSaturation(uniform(size, {0, 0, 255})), 1.0f);
+  EXPECT_EQ(measureSaturation(uniform(size, {0, 255, 0})), 1.0f);
+  EXPECT_EQ(measureSaturation(uniform(size, {200, 0, 0})), 1.0f);
+  EXPECT_TRUE(std::isnan(measureSaturation(uniform(size, cv::Scalar::all(0)))));
+  // (200 - 50) / 200 per pixel; the single-precision sums may drift a little.
+  EXPECT_NEAR(measureSaturation(uniform(size, {50, 100, 200})), 0.75f, 0.01f);
+  // Left half grey, right half pure blue: (300 - 100) / 300 at any size.
+  for (const cv::Size size : {cv::Size(8, 2), cv::Size(640, 300), cv::Size(4096, 2048)}) {
+    cv::Mat image = uniform(size, cv::Scalar::all(100));
+    image.colRange(size.width / 2, size.width).setTo(cv::Scalar(200, 0, 0));
+    EXPECT_NEAR(measureSaturation(image), 2.0f / 3.0f, 0.01f) << size;
+  }
+  EXPECT_THROW(measureSaturation(cv::Mat()), Failure);
+  EXPECT_THROW(measureSaturation(cv::Mat(8, 8, CV_8UC1, cv::Scalar(9))), Failure);
+}
+
+TEST(Saturation, OnlyAMeasureAboveOneHalfTakesTheHighProfile) {
+  for (float low : {0.0f, 0.5f, std::nanf("")})
+    EXPECT_STREQ(ispProfileFor(low), "./asset/satuLow.pp3");
+  for (float high : {std::nextafter(0.5f, 1.0f), 1.0f}) {
+    EXPECT_STREQ(ispProfileFor(high), "./asset/satuHigh.pp3");
+  }
+}
+
+TEST(FileCopy, CopiesEveryByteOrSaysWhichSideFailed) {
+  testing::TempDir dir;
+  const char bytes[] = "profile\0with\r\nbinary\xff bytes\0";
+  const std::string binary(bytes, sizeof bytes - 1);
+  testing::writeTextFile(dir.file("binary"), binary);
+  testing::writeTextFile(dir.file("short"), "short");
+  testing::writeTextFile(dir.file("empty"), "");
+  testing::writeTextFile(dir.file("old"), "a much longer text that must not survive");
+  const struct {
+    const char* source;
+    const char* destination;
+    int result;
+    const char* out;
+  } cases[] = {
+      {"binary", "copy", 1, ""},
+      {"short", "old", 1, ""},  // replaced entirely
+      {"empty", "old", 1, ""},
+      {"missing", "new", 0, "Error 1: Fail to open the source file.\n"},
+      {"short", "no-such-folder/new", 0, "Error 2: Fail to create the new file.\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.destination);
+    const std::string source = dir.file(c.source);
+    const std::string before = std::filesystem::exists(source) ? readFile(source) : "";
+    testing::CapturedConsole console;
+    EXPECT_EQ(copyFile(source, dir.file(c.destination)), c.result);
+    EXPECT_EQ(console.out(), c.out);
+    EXPECT_EQ(console.err(), "");
+    EXPECT_EQ(std::filesystem::exists(dir.file(c.destination)), c.result == 1);
+    if (c.result == 1) {
+      EXPECT_EQ(readFile(dir.file(c.destination)), before);
+    }
+    if (std::filesystem::exists(source)) {
+      EXPECT_EQ(readFile(source), before);  // the source is untouched
+    }
+  }
+}
+
+TEST(BlackBands, TwelvePercentOfTheHeightAboveAndBelow) {
+  for (const auto& [height, rows] :
+       {std::pair{100u, 12}, {32u, 3}, {8u, 0}, {1024u, 122}, {0u, 0}}) {
+    EXPECT_EQ(blackBandRows(height), rows) << height;
+  }
+  const cv::Mat image = uniform({4, 5}, {10, 20, 30});
+  const cv::Mat framed = addBlackBands(image, 2, 4);
+  ASSERT_EQ(framed.size(), cv::Size(4, 9));
+  EXPECT_EQ(cv::countNonZero(framed.rowRange(0, 2).reshape(1)), 0);
+  EXPECT_EQ(cv::countNonZero(framed.rowRange(7, 9).reshape(1)), 0);
+  EXPECT_EQ(cv::norm(framed.rowRange(2, 7), image, cv::NORM_INF), 0.0);
+  EXPECT_EQ(addBlackBands(image, 0, 4).rows, 5);
+  // Only an 8-bit colour image of the panorama's width is framed.
+  EXPECT_THROW(addBlackBands(image, 2, 6), Failure);
+  EXPECT_THROW(addBlackBands(cv::Mat(5, 4, CV_8UC1), 2, 4), Failure);
+  EXPECT_THROW(addBlackBands(cv::Mat(), 2, 0), Failure);
+}
+
+}  // namespace
+}  // namespace velmora
