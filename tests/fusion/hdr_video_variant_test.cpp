@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "sim/rig_camera.h"
 #include "support/test_support.h"
@@ -24,15 +25,13 @@ constexpr int kGridWidth = 576;
 constexpr int kGridHeight = 288;
 constexpr int kBandRows = 34;
 
-// A shot with structure and colour in every part, cheap to make.
+// A shot with structure and colour in every part, cheap to make: coarse random patches,
+// smoothly enlarged.
 cv::Mat syntheticShot() {
-  cv::Mat shot(kShotHeight, kShotWidth, CV_8UC3);
-  for (int y = 0; y < shot.rows; ++y) {
-    auto* row = shot.ptr<cv::Vec3b>(y);
-    for (int x = 0; x < shot.cols; ++x) {
-      row[x] = cv::Vec3b(uchar(x / 20), uchar(y / 14), ((x / 200) + (y / 200)) % 2 ? 190 : 60);
-    }
-  }
+  cv::Mat patches(17, 24, CV_8UC3);
+  cv::RNG(42).fill(patches, cv::RNG::UNIFORM, 30, 220);
+  cv::Mat shot;
+  cv::resize(patches, shot, cv::Size(kShotWidth, kShotHeight), 0, 0, cv::INTER_CUBIC);
   return shot;
 }
 
