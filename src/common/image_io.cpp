@@ -1,7 +1,7 @@
 #include "common/image_io.h"
 
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <opencv2/imgcodecs.hpp>
 
 #include "api/status.h"
@@ -36,15 +36,21 @@ bool pngIsComplete(const std::vector<uchar>& bytes) {
 }  // namespace
 
 cv::Mat readColorImage(const std::string& path) {
+  // The whole file in one read; anything but a regular file (a directory, a device) or a file
+  // that shrinks while it is read gives no image.
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return cv::Mat();
   std::vector<uchar> bytes;
-  try {
-    std::ifstream in(path, std::ios::binary);
+  {
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in) return cv::Mat();
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  } catch (const std::ios_base::failure&) {
-    return cv::Mat();  // a directory or a device that cannot be read as a file
+    const std::streamoff size = in.tellg();
+    if (size < 4) return cv::Mat();
+    bytes.resize(static_cast<size_t>(size));
+    in.seekg(0);
+    in.read(reinterpret_cast<char*>(bytes.data()), size);
+    if (in.gcount() != size) return cv::Mat();
   }
-  if (bytes.size() < 4) return cv::Mat();
   if (startsWith(bytes, {0xFF, 0xD8}) && !jpegIsComplete(bytes)) return cv::Mat();
   if (startsWith(bytes, {0x89, 'P', 'N', 'G'}) && !pngIsComplete(bytes)) return cv::Mat();
   try {
