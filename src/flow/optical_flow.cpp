@@ -109,10 +109,11 @@ void flowOfInputs(const FlowInput& first, const FlowInput& second, cv::Mat& flow
       levelFlow = finer;
     }
   }
-  cv::Mat full;
-  cv::resize(levelFlow, full, first.fullSize, 0.0, 0.0, cv::INTER_LINEAR);
-  full *= 2.0;
-  cv::GaussianBlur(full, flow, cv::Size(3, 3), 1.0, 0.0, cv::BORDER_DEFAULT);
+  // The full-size steps all work in the output (the blur gives the same values in place): one
+  // full-size field per job instead of three.
+  cv::resize(levelFlow, flow, first.fullSize, 0.0, 0.0, cv::INTER_LINEAR);
+  flow *= 2.0;
+  cv::GaussianBlur(flow, flow, cv::Size(3, 3), 1.0, 0.0, cv::BORDER_DEFAULT);
 }
 
 }  // namespace
