@@ -58,8 +58,11 @@ InterpolationGrid bandGrid(int count, int frameWidth, int frameHeight) {
   return grid;
 }
 
-WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
-                       BandSide side) {
+namespace {
+
+// warpByFlow's image, and its magnitudes when `magnitude` is given (a band needs only the image).
+cv::Mat warpImage(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
+                  BandSide side, cv::Mat* magnitude) {
   if (image.type() != CV_8UC4 || flow.type() != CV_32FC2) {
     throw Failure("Seam warp: the image must be 8-bit BGRA and the flow CV_32FC2.");
   }
@@ -73,29 +76,40 @@ WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, cons
     displacement[x] = side == BandSide::kLeading ? t : 1.0f - t;
     keep[x] = 1.0f - displacement[x];
   }
-  WarpedImage warped;
-  warped.magnitude.create(grid.rows, grid.columns, CV_32F);
+  if (magnitude != nullptr) magnitude->create(grid.rows, grid.columns, CV_32F);
   for (int y = 0; y < grid.rows; ++y) {
     cv::Vec2f* map = displaced.ptr<cv::Vec2f>(y);
-    float* magnitude = warped.magnitude.ptr<float>(y);
+    if (magnitude != nullptr) {
+      float* length = magnitude->ptr<float>(y);
+      for (int x = 0; x < grid.columns; ++x) {
+        length[x] = std::sqrt(map[x][0] * map[x][0] + map[x][1] * map[x][1]);
+      }
+    }
     const float fy = static_cast<float>(y);
     for (int x = 0; x < grid.columns; ++x) {
-      const float dx = map[x][0];
-      const float dy = map[x][1];
       const float s = displacement[x];
-      magnitude[x] = std::sqrt(dx * dx + dy * dy);
-      map[x] = cv::Vec2f(static_cast<float>(x) + s * dx, fy + s * dy);
+      map[x] = cv::Vec2f(static_cast<float>(x) + s * map[x][0], fy + s * map[x][1]);
     }
   }
-  cv::remap(image, warped.image, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+  cv::Mat warped;
+  cv::remap(image, warped, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
             cv::Scalar::all(0));
 
   for (int y = 0; y < grid.rows; ++y) {
-    uchar* pixel = warped.image.ptr<uchar>(y);
+    uchar* pixel = warped.ptr<uchar>(y);
     for (int x = 0; x < grid.columns; ++x) {
       pixel[4 * x + 3] = static_cast<uchar>(keep[x] * static_cast<float>(pixel[4 * x + 3]));
     }
   }
+  return warped;
+}
+
+}  // namespace
+
+WarpedImage warpByFlow(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
+                       BandSide side) {
+  WarpedImage warped;
+  warped.image = warpImage(grid, image, flow, side, &warped.magnitude);
   return warped;
 }
 
@@ -147,9 +161,10 @@ void interpolateSeamBand(const cv::Mat& firstCut, const cv::Mat& secondCut,
                          const cv::Mat& flowFirstToSecond, const cv::Mat& flowSecondToFirst,
                          int count, int frameWidth, int frameHeight, cv::Mat& band) {
   const InterpolationGrid grid = bandGrid(count, frameWidth, frameHeight);
-  const WarpedImage leading = warpByFlow(grid, firstCut, flowSecondToFirst, BandSide::kLeading);
-  const WarpedImage trailing = warpByFlow(grid, secondCut, flowFirstToSecond, BandSide::kTrailing);
-  band = blendWarpedPair(leading.image, trailing.image);
+  const cv::Mat leading = warpImage(grid, firstCut, flowSecondToFirst, BandSide::kLeading, nullptr);
+  const cv::Mat trailing =
+      warpImage(grid, secondCut, flowFirstToSecond, BandSide::kTrailing, nullptr);
+  band = blendWarpedPair(leading, trailing);
 }
 
 }  // namespace velmora
