@@ -10,6 +10,7 @@
 
 #include "api/status.h"
 #include "common/worker_threads.h"
+#include "common/zeroed_mat.h"
 
 namespace velmora {
 
@@ -78,13 +79,14 @@ bool rowBeyondView(const cv::Matx33d& r, float sinLatitude, float cosLatitude) {
   return bound <= kBeyondViewCosine;
 }
 
+// Writes the records of the row's cells in view into `records`, which starts all zero; the others
+// stay (0, 0).
 void computeRow(const TableSetup& setup, uint32_t outHeight, int row, cv::Vec2f* records) {
   const float latitude = static_cast<float>(-2.0 * kPi * (row - outHeight * 0.5) / setup.scale);
   const float cosLatitude = cosf(latitude);
   const float sinLatitude = sinf(latitude);
   const cv::Matx33d& r = setup.rotation;
   const int columns = static_cast<int>(setup.sinLongitude.size());
-  std::fill(records, records + columns, cv::Vec2f(0.0f, 0.0f));
   if (rowBeyondView(r, sinLatitude, cosLatitude)) return;
   for (int j = 0; j < columns; ++j) {
     const double x0 = cosLatitude * setup.sinLongitude[j];
@@ -125,7 +127,8 @@ void CameraModel::computeTable(unsigned threads) {
   }
   const TableSetup setup = makeSetup(geometry_, calibration_);
   const int rows = static_cast<int>(geometry_.outHeight);
-  cv::Mat table(rows, static_cast<int>(geometry_.outWidth), CV_32FC2);
+  // Most cells are never written: they keep the zero record without being touched.
+  cv::Mat table = zeroedMat(rows, static_cast<int>(geometry_.outWidth), CV_32FC2);
 
   if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
   threads = std::min<unsigned>(threads, static_cast<unsigned>(rows));
