@@ -3,6 +3,7 @@
 #include "api/console.h"
 #include "api/status.h"
 #include "common/image_io.h"
+#include "common/parallel_items.h"
 #include "common/worker_threads.h"
 #include "fusion/exposure_fusion.h"
 
@@ -37,14 +38,20 @@ bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string
     throw Failure("Exposure count must be 2 or 3, got " + std::to_string(exposureCount) + ".");
   }
   const cv::Size upSize(static_cast<int>(handle.upWidth), static_cast<int>(handle.upHeight));
+  // The shots are decoded several at a time; the first unusable one in slot order is reported.
+  std::vector<std::size_t> slots;
   for (int p = 0; p < kHeadPositions; ++p) {
-    for (int e = 0; e < exposureCount; ++e) {
-      const std::string& path = shots[p * kSlotsPerPosition + e];
-      const cv::Mat shot = readColorImage(path);
-      if (shot.empty() || shot.size() != upSize) {
-        console::err("Read imgPath: ", path, " error.");
-        return false;
-      }
+    for (int e = 0; e < exposureCount; ++e) slots.push_back(p * kSlotsPerPosition + e);
+  }
+  std::vector<char> usable(slots.size(), 0);
+  runForEachItem(slots.size(), [&](std::size_t i) {
+    const cv::Mat shot = readColorImage(shots[slots[i]]);
+    usable[i] = !shot.empty() && shot.size() == upSize;
+  });
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (!usable[i]) {
+      console::err("Read imgPath: ", shots[slots[i]], " error.");
+      return false;
     }
   }
   return true;
