@@ -1,7 +1,6 @@
-// The HDR stitch's video variant through the public interface: a real clip made by ffmpeg, the
-// frame grab, tone matching, the immediate colour step and the composite. The shots must hold
-// the tone source (4000 x 3000 at column 736, row 324), so they are large; one image serves
-// every slot to keep the run short.
+// The HDR stitch's video variant through the public interface, with a real clip made by ffmpeg.
+// The shots must hold the tone source (4000 x 3000 at column 736, row 324), so they are large;
+// one image serves every slot to keep the run short.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -25,16 +24,6 @@ constexpr int kGridWidth = 576;
 constexpr int kGridHeight = 288;
 constexpr int kBandRows = 34;
 
-// A shot with structure and colour in every part, cheap to make: coarse random patches,
-// smoothly enlarged.
-cv::Mat syntheticShot() {
-  cv::Mat patches(17, 24, CV_8UC3);
-  cv::RNG(42).fill(patches, cv::RNG::UNIFORM, 30, 220);
-  cv::Mat shot;
-  cv::resize(patches, shot, cv::Size(kShotWidth, kShotHeight), 0, 0, cv::INTER_CUBIC);
-  return shot;
-}
-
 TEST(HdrVideoVariant, GrabsTheFrameMatchesTonesAndWritesTheComposite) {
   testing::TempDir work;
   testing::ScopedWorkingDirectory inside(work.path());
@@ -42,7 +31,10 @@ TEST(HdrVideoVariant, GrabsTheFrameMatchesTonesAndWritesTheComposite) {
   // Shot 16's name gives the video's: its first 14 characters and ".mp4".
   const std::string shot = work.file("rigvideo_00042_bracket.jpg");
   const std::string video = work.file("rigvideo_00042.mp4");
-  ASSERT_TRUE(cv::imwrite(shot, syntheticShot()));
+  cv::Mat patches(17, 24, CV_8UC3), enlarged;  // structure and colour everywhere, made cheaply
+  cv::RNG(42).fill(patches, cv::RNG::UNIFORM, 30, 220);
+  cv::resize(patches, enlarged, cv::Size(kShotWidth, kShotHeight), 0, 0, cv::INTER_CUBIC);
+  ASSERT_TRUE(cv::imwrite(shot, enlarged));
   void* handle = ZEMU_CreateOptFlowStitchHandle();
   for (auto camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
     const std::string config = work.file(std::string(sim::cameraName(camera)) + ".txt");

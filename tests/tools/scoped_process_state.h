@@ -1,5 +1,5 @@
-// Process-wide state that tools tests change for a while and must give back: the working
-// directory (the colour step works relative to it) and environment variables (PATH).
+// Process-wide state that tests change for a while and must give back: the working directory
+// (the colour step works relative to it) and environment variables (PATH).
 #pragma once
 
 #include <cstdlib>
@@ -13,8 +13,7 @@ namespace velmora::testing {
 // Enters `directory` and returns to the previous working directory when it goes out of scope.
 class ScopedWorkingDirectory {
  public:
-  explicit ScopedWorkingDirectory(const std::filesystem::path& directory)
-      : previous_(std::filesystem::current_path()) {
+  explicit ScopedWorkingDirectory(const std::filesystem::path& directory) {
     std::filesystem::current_path(directory);
   }
   ~ScopedWorkingDirectory() {
@@ -25,7 +24,7 @@ class ScopedWorkingDirectory {
   ScopedWorkingDirectory& operator=(const ScopedWorkingDirectory&) = delete;
 
  private:
-  std::filesystem::path previous_;
+  std::filesystem::path previous_ = std::filesystem::current_path();
 };
 
 // Sets an environment variable and restores its previous value (or its absence) afterwards.
@@ -36,11 +35,7 @@ class ScopedEnvironmentVariable {
     setenv(name_.c_str(), value.c_str(), 1);
   }
   ~ScopedEnvironmentVariable() {
-    if (previous_) {
-      setenv(name_.c_str(), previous_->c_str(), 1);
-    } else {
-      unsetenv(name_.c_str());
-    }
+    previous_ ? setenv(name_.c_str(), previous_->c_str(), 1) : unsetenv(name_.c_str());
   }
   ScopedEnvironmentVariable(const ScopedEnvironmentVariable&) = delete;
   ScopedEnvironmentVariable& operator=(const ScopedEnvironmentVariable&) = delete;
@@ -52,13 +47,9 @@ class ScopedEnvironmentVariable {
 
 // Writes an executable shell script.
 inline void writeScript(const std::string& path, const std::string& body) {
-  {
-    std::ofstream out(path, std::ios::binary);
-    out << "#!/bin/sh\n" << body;
-  }
-  std::filesystem::permissions(path, std::filesystem::perms::owner_all |
-                                         std::filesystem::perms::group_read |
-                                         std::filesystem::perms::group_exec);
+  std::ofstream(path, std::ios::binary) << "#!/bin/sh\n" << body;
+  using std::filesystem::perms;
+  std::filesystem::permissions(path, perms::owner_all | perms::group_read | perms::group_exec);
 }
 
 // Sets `folder` up as a host's working directory for the colour step with stand-ins: the two

@@ -50,8 +50,7 @@ TEST(VideoCommands, OutputStemIsTheLastComponentUpToItsLastDot) {
       {"", ".", ""}};
   for (const auto& [path, directory, stem] : cases) {
     const StitcherOutput output = splitOutputPath(path);
-    EXPECT_EQ(output.directory, directory) << path;
-    EXPECT_EQ(output.stem, stem) << path;
+    EXPECT_EQ(output.directory + "|" + output.stem, directory + std::string("|") + stem) << path;
   }
 }
 
@@ -59,16 +58,13 @@ TEST(VideoFramePlacement, SceneRegionLandsShiftedOnABlackCanvas) {
   cv::Mat frame(2846, 3814, CV_8UC3, cv::Scalar(1, 2, 3));
   frame.at<cv::Vec3b>(176, 184) = cv::Vec3b(10, 20, 30);
   frame.at<cv::Vec3b>(2845, 3813) = cv::Vec3b(40, 50, 60);
-  frame.at<cv::Vec3b>(175, 183) = cv::Vec3b(99, 99, 99);
+  frame.at<cv::Vec3b>(175, 183) = cv::Vec3b(99, 99, 99);  // outside the scene region
+  cv::Mat expected = cv::Mat::zeros(3648, 5472, CV_8UC3);
+  frame(cv::Rect(184, 176, 3630, 2670)).copyTo(expected(cv::Rect(920, 500, 3630, 2670)));
   const cv::Mat canvas = placeFrameOnCanvas(frame);
-  ASSERT_EQ(canvas.size(), cv::Size(5472, 3648));
-  EXPECT_EQ(canvas.at<cv::Vec3b>(500, 920), cv::Vec3b(10, 20, 30));
+  ASSERT_EQ(canvas.size(), expected.size());
+  EXPECT_EQ(cv::norm(canvas, expected, cv::NORM_INF), 0.0);
   EXPECT_EQ(canvas.at<cv::Vec3b>(3169, 4549), cv::Vec3b(40, 50, 60));
-  EXPECT_EQ(canvas.at<cv::Vec3b>(1000, 2000), cv::Vec3b(1, 2, 3));
-  EXPECT_EQ(canvas.at<cv::Vec3b>(499, 919), cv::Vec3b(0, 0, 0));
-  EXPECT_EQ(canvas.at<cv::Vec3b>(3170, 4550), cv::Vec3b(0, 0, 0));
-  // Everything outside the landing region stays black, and the region holds the frame's region.
-  EXPECT_EQ(cv::sum(canvas)[0], cv::sum(frame(kFrameRegion))[0]);
   // A frame smaller than the scene region, or not 8-bit colour, is refused.
   EXPECT_THROW(placeFrameOnCanvas(cv::Mat(2846, 3813, CV_8UC3)), Failure);
   EXPECT_THROW(placeFrameOnCanvas(cv::Mat(2845, 3814, CV_8UC3)), Failure);
@@ -77,18 +73,16 @@ TEST(VideoFramePlacement, SceneRegionLandsShiftedOnABlackCanvas) {
 
 TEST(VideoComposition, ProjectedPixelsReplaceThePanoramaInsideTheFieldOnly) {
   // The field in degrees, truncated in single precision.
+  const cv::Rect field(219, 73, 71, 106);
   EXPECT_EQ(compositionRectangle(3600, 1800), cv::Rect(1540, 520, 500, 750));
   EXPECT_EQ(compositionRectangle(0, 0), cv::Rect(0, 0, 0, 0));
-  const cv::Rect field(219, 73, 71, 106);
   EXPECT_EQ(compositionRectangle(512, 256), field);
-
   const cv::Mat panorama(256, 512, CV_8UC3, cv::Scalar(5, 5, 5));
   const cv::Mat projected(256, 512, CV_8UC3, cv::Scalar(200, 100, 50));
   const cv::Mat composed = composeProjectedFrame(panorama, projected);
-  EXPECT_EQ(cv::norm(composed(field), projected(field), cv::NORM_INF), 0.0);
-  cv::Mat outside = composed.clone();
-  panorama(field).copyTo(outside(field));
-  EXPECT_EQ(cv::norm(outside, panorama, cv::NORM_INF), 0.0);
+  cv::Mat expected = panorama.clone();
+  projected(field).copyTo(expected(field));
+  EXPECT_EQ(cv::norm(composed, expected, cv::NORM_INF), 0.0);
   EXPECT_EQ(cv::countNonZero(panorama.reshape(1) != 5), 0);  // the input is kept
 
   EXPECT_THROW(composeProjectedFrame(panorama, cv::Mat(255, 512, CV_8UC3)), Failure);
