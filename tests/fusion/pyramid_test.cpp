@@ -31,39 +31,35 @@ TEST(PyramidSizes, HalvesRoundUpAndLevelCountsFollowSinglePrecisionLogarithms) {
   EXPECT_EQ(pyramidLevelSizes({8192, 4096}, 10).back(), cv::Size(16, 8));
 }
 
-TEST(GaussianPyramid, LevelZeroIsACopyAndLevelsHalve) {
+TEST(Pyramids, GaussianLevelsHalveAndTheLaplacianCollapsesToTheInput) {
   cv::Mat image = randomPlane({37, 23}, 1);
   const cv::Mat before = image.clone();
-  const Pyramid pyramid = buildGaussianPyramid(image, 4);
-  image.setTo(5.0f);
+  const Pyramid gaussian = buildGaussianPyramid(image, 4);
+  image.setTo(5.0f);  // level 0 is a copy
   std::vector<cv::Size> sizes;
-  for (const cv::Mat& level : pyramid) sizes.push_back(level.size());
+  for (const cv::Mat& level : gaussian) sizes.push_back(level.size());
   EXPECT_EQ(sizes, (std::vector<cv::Size>{{37, 23}, {19, 12}, {10, 6}, {5, 3}}));
-  EXPECT_EQ(cv::norm(pyramid[0], before, cv::NORM_INF), 0.0);
-  EXPECT_EQ(buildGaussianPyramid(before, 1).size(), 1u);
+  EXPECT_EQ(cv::norm(gaussian[0], before, cv::NORM_INF), 0.0);
   EXPECT_EQ(buildGaussianPyramid(before, 0).size(), 1u);
-}
 
-TEST(LaplacianPyramid, CollapseReproducesTheInput) {
   for (const cv::Size size :
        {cv::Size(64, 48), cv::Size(37, 23), cv::Size(33, 65), cv::Size(9, 8)}) {
     for (int type : {CV_32F, CV_32FC3}) {
-      const cv::Mat image = randomPlane(size, size.width, type);
-      Pyramid pyramid = buildLaplacianPyramid(image, 4);
+      const cv::Mat input = randomPlane(size, size.width, type);
+      Pyramid pyramid = buildLaplacianPyramid(input, 4);
       ASSERT_EQ(pyramid.size(), 4u);
       EXPECT_EQ(pyramid[1].size(), halfPyramidSize(size));
       // Band levels carry detail (about zero mean), the top level the low-pass image.
       EXPECT_LT(std::abs(cv::mean(pyramid[0])[0]), 0.05);
       EXPECT_NEAR(cv::mean(pyramid[3])[0], 0.5, 0.1);
-      EXPECT_LT(cv::norm(collapseLaplacianPyramid(pyramid), image, cv::NORM_INF), 1e-5) << size;
+      EXPECT_LT(cv::norm(collapseLaplacianPyramid(pyramid), input, cv::NORM_INF), 1e-5) << size;
     }
   }
   // One level is a copy of the image; nothing collapses to nothing.
-  const cv::Mat image = randomPlane({6, 5}, 3);
-  Pyramid single = buildLaplacianPyramid(image, 1);
+  Pyramid single = buildLaplacianPyramid(before, 1);
   ASSERT_EQ(single.size(), 1u);
-  EXPECT_NE(single[0].data, image.data);
-  EXPECT_EQ(cv::norm(collapseLaplacianPyramid(single), image, cv::NORM_INF), 0.0);
+  EXPECT_NE(single[0].data, before.data);
+  EXPECT_EQ(cv::norm(collapseLaplacianPyramid(single), before, cv::NORM_INF), 0.0);
   Pyramid none;
   EXPECT_TRUE(collapseLaplacianPyramid(none).empty());
 }
