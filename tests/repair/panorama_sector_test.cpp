@@ -8,24 +8,13 @@ namespace {
 constexpr int kWidth = 3600;  // ten columns per degree
 
 TEST(SectorOfColumn, FollowsTheSixtyDegreeSectorsAroundThePanorama) {
+  // With 1000 columns, 30 degrees is column 83.33, a fractional bound.
   const struct {
     int column, width, sector;
-  } cases[] = {{-1, kWidth, -1},
-               {0, kWidth, 2},
-               {299, kWidth, 2},
-               {300, kWidth, 3},
-               {899, kWidth, 3},
-               {900, kWidth, 4},
-               {1500, kWidth, 5},
-               {2100, kWidth, 0},
-               {2700, kWidth, 1},
-               {3299, kWidth, 1},
-               {3300, kWidth, 2},
-               {3599, kWidth, 2},
-               {3600, kWidth, -1},
-               // 1000 columns: 30 degrees is column 83.33, a fractional bound.
-               {83, 1000, 2},
-               {84, 1000, 3}};
+  } cases[] = {{-1, kWidth, -1},   {0, kWidth, 2},    {299, kWidth, 2},  {300, kWidth, 3},
+               {899, kWidth, 3},   {900, kWidth, 4},  {1500, kWidth, 5}, {2100, kWidth, 0},
+               {2700, kWidth, 1},  {3299, kWidth, 1}, {3300, kWidth, 2}, {3599, kWidth, 2},
+               {3600, kWidth, -1}, {83, 1000, 2},     {84, 1000, 3}};
   for (const auto& c : cases) {
     EXPECT_EQ(sectorOfColumn(c.column, c.width), c.sector) << c.column << " of " << c.width;
   }
