@@ -33,13 +33,17 @@ ToolRun runTool(const TempDir& dir, const std::string& arguments, const std::str
           readFile(dir.file("stderr.txt"))};
 }
 
+// The run ended with `exitCode` and said each of `texts` on one of its streams.
+void expectRun(const ToolRun& run, int exitCode, const std::vector<std::string>& texts) {
+  EXPECT_EQ(run.exitCode, exitCode) << run.out << run.err;
+  for (const auto& text : texts)
+    EXPECT_TRUE(run.said(text)) << text << " in:\n" << run.out << run.err;
+}
+
 TEST(VelmoraTool, UsageAndBadCommandLinesAreNamedAndWriteNothing) {
   TempDir dir;
-  const ToolRun help = runTool(dir, "--help");
-  EXPECT_EQ(help.exitCode, 0);
-  for (const char* name : {"simulate", "scene", "init", "hdr", "isp", "repair", "video"}) {
-    EXPECT_TRUE(help.said(name)) << name;
-  }
+  expectRun(runTool(dir, "--help"), 0,
+            {"simulate", "scene", "init", "hdr", "isp", "repair", "video"});
   const std::string out = " -o " + dir.file("s");
   writeTextFile(dir.file("Down.txt"), cameraConfigText(100.0, 80.0, 60.0));
   const struct {
@@ -54,9 +58,10 @@ TEST(VelmoraTool, UsageAndBadCommandLinesAreNamedAndWriteNothing) {
                {"simulate" + out + " --scene " + dir.file("none.png"), "none.png"},
                {"simulate" + out + " --camera up --shot-size 342x228 --video", "4736x3324"}};
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments);
     const ToolRun run = runTool(dir, c.arguments);
-    EXPECT_NE(run.exitCode, 0) << c.arguments;
-    EXPECT_TRUE(run.said(c.named)) << c.arguments << ": " << run.err;
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.said(c.named)) << run.err;
   }
   EXPECT_FALSE(fs::exists(dir.file("s")));
 }
@@ -64,43 +69,36 @@ TEST(VelmoraTool, UsageAndBadCommandLinesAreNamedAndWriteNothing) {
 TEST(VelmoraTool, SimulateWritesBothCamerasOrTheOneOfAGivenSceneAndConfiguration) {
   TempDir dir;
   const std::string out = dir.file("sim");
-  const ToolRun run = runTool(dir, "simulate -o " + out +
-                                       " --shot-size 200x150 --grid 128x64 --format png"
-                                       " --nodal-offset 0.05 --scene-radius 3 --noise 2");
-  ASSERT_EQ(run.exitCode, 0) << run.err;
+  expectRun(runTool(dir, "simulate -o " + out +
+                             " --shot-size 200x150 --grid 128x64 --format png"
+                             " --nodal-offset 0.05 --scene-radius 3 --noise 2"),
+            0, {out + "/Up.txt", out + "/Down.txt"});
   for (const std::string name : {"Up", "Down"}) {
-    EXPECT_TRUE(run.said(out + "/" + name + ".txt")) << run.out;
     for (int position = 0; position < 6; ++position) {
       const std::string shot = out + "/" + name + "_" + std::to_string(position) + ".png";
-      EXPECT_EQ(cv::imread(shot).size(), cv::Size(200, 150));
+      EXPECT_EQ(cv::imread(shot).size(), cv::Size(200, 150)) << shot;
     }
     EXPECT_EQ(cv::imread(out + "/" + name + "_truth.png").size(), cv::Size(128, 64));
   }
 
-  const ToolRun scene = runTool(dir, "scene " + dir.file("scene.png") + " --size 256x128");
-  ASSERT_EQ(scene.exitCode, 0) << scene.err;
+  expectRun(runTool(dir, "scene " + dir.file("scene.png") + " --size 256x128"), 0, {});
   EXPECT_EQ(cv::imread(dir.file("scene.png")).size(), cv::Size(256, 128));
   writeTextFile(dir.file("Down.txt"), cameraConfigText(100.0, 80.0, 60.0, 0.2f));
   const std::string given = dir.file("given");
-  const ToolRun down = runTool(dir, "simulate -o " + given + " --scene " + dir.file("scene.png") +
-                                        " --config " + dir.file("Down.txt") +
-                                        " --camera down --shot-size 160x120 --grid 128x64"
-                                        " --exposures 0.5,1");
-  ASSERT_EQ(down.exitCode, 0) << down.err;
+  expectRun(runTool(dir, "simulate -o " + given + " --scene " + dir.file("scene.png") +
+                             " --config " + dir.file("Down.txt") +
+                             " --camera down --shot-size 160x120 --grid 128x64 --exposures 0.5,1"),
+            0, {});
   EXPECT_FALSE(fs::exists(given + "/Up.txt"));
   EXPECT_TRUE(fs::exists(given + "/Down_5_1.jpg"));
   EXPECT_NE(readFile(given + "/Down.txt").find("focal 100"), std::string::npos);
 
   // init builds the table through the library, and says what the library said.
   const std::string init = "init -t " + given + " --shot-size 160x120 --grid 128x64 -c ";
-  const ToolRun built = runTool(dir, init + given + "/Down.txt");
-  ASSERT_EQ(built.exitCode, 0) << built.err;
-  EXPECT_TRUE(built.said("Init DownCam done.")) << built.out;
+  expectRun(runTool(dir, init + given + "/Down.txt"), 0, {"Init DownCam done."});
   EXPECT_EQ(fs::file_size(given + "/table_Down.bin"), 8u * 128 * 64);
   fs::rename(given + "/Down.txt", given + "/down.txt");
-  const ToolRun wrong = runTool(dir, init + given + "/down.txt");
-  EXPECT_EQ(wrong.exitCode, 1);
-  EXPECT_TRUE(wrong.said("Configure path:")) << wrong.err;
+  expectRun(runTool(dir, init + given + "/down.txt"), 1, {"Configure path:"});
 }
 
 // The hdr, isp and repair commands on one simulated bracket, in a working directory with a
@@ -115,13 +113,7 @@ class BracketCommands : public ::testing::Test {
     ASSERT_EQ(simulated.exitCode, 0) << simulated.err;
   }
   static void TearDownTestSuite() { shots_.reset(); }
-
-  void SetUp() override {
-    fs::create_directory(work_.file("asset"));
-    writeTextFile(work_.file("asset/satuHigh.pp3"), "high\n");
-    writeTextFile(work_.file("asset/satuLow.pp3"), "low\n");
-    writeScript(work_.file("isp.bat"), "echo \"$*\" >> isp.log\ncp \"$3\" \"$2\"\n");
-  }
+  void SetUp() override { writeStandInColourStep(work_.path()); }
 
   // Runs the tool in the working directory; `sizes` and the table folder follow the arguments.
   ToolRun inWork(const std::string& arguments, const std::string& sizes = kSizes) const {
@@ -143,31 +135,23 @@ class BracketCommands : public ::testing::Test {
   static constexpr char kSizes[] = " --shot-size 342x228 --grid 576x288";
   // The framed panorama: 288 rows and a band of int(288 x 0.12) = 34 rows above and below.
   const cv::Size kFramedSize{576, 288 + 2 * 34};
-  static std::unique_ptr<TempDir> shots_;
+  static inline std::unique_ptr<TempDir> shots_;
   TempDir work_;
   TempDir output_;
 };
 
-std::unique_ptr<TempDir> BracketCommands::shots_;
-
 TEST_F(BracketCommands, HdrLeavesThePanoramaPendingAndOnlyTheSameProcessFinishesIt) {
-  const ToolRun stitched = inWork("hdr " + folder() + " -o pano.png");
-  ASSERT_EQ(stitched.exitCode, 0) << stitched.err;
-  EXPECT_TRUE(stitched.said("velmora hdr: HDR stitch status 0 (completed)")) << stitched.out;
-  EXPECT_TRUE(stitched.said("--isp")) << stitched.out;
-  EXPECT_TRUE(inWorkExists("pano.png.jpg"));
-  EXPECT_FALSE(inWorkExists("pano.png"));
+  expectRun(inWork("hdr " + folder() + " -o pano.png"), 0,
+            {"velmora hdr: HDR stitch status 0 (completed)", "--isp"});
+  EXPECT_TRUE(inWorkExists("pano.png.jpg") && !inWorkExists("pano.png"));
 
   // A process of its own has a new handle: the library finds nothing pending.
-  const ToolRun separate = runTool(output_, "isp pano.png", "cd " + work_.path().string() + " && ");
-  EXPECT_EQ(separate.exitCode, 1);
-  EXPECT_TRUE(separate.said("pano.png not found.")) << separate.out;
-  EXPECT_TRUE(separate.said("nothing was pending")) << separate.err;
+  expectRun(runTool(output_, "isp pano.png", "cd " + work_.path().string() + " && "), 1,
+            {"pano.png not found.", "nothing was pending"});
   EXPECT_FALSE(inWorkExists("isp.log"));
 
-  const ToolRun finished = inWork("hdr" + shotList(18, 3) + " -o pano.png --isp");
-  ASSERT_EQ(finished.exitCode, 0) << finished.err;
-  EXPECT_TRUE(finished.said("velmora hdr: colour step status 0 (completed)")) << finished.out;
+  expectRun(inWork("hdr" + shotList(18, 3) + " -o pano.png --isp"), 0,
+            {"velmora hdr: colour step status 0 (completed)"});
   EXPECT_EQ(readFile(work_.file("isp.log")), "isp_minion.pp3 pano.png pano.png.jpg\n");
   EXPECT_FALSE(inWorkExists("pano.png.jpg"));
   EXPECT_EQ(cv::imread(work_.file("pano.png")).size(), kFramedSize);
@@ -175,23 +159,16 @@ TEST_F(BracketCommands, HdrLeavesThePanoramaPendingAndOnlyTheSameProcessFinishes
 
 TEST_F(BracketCommands, HdrReportsLibraryFailuresInWordsAndChecksWhatItNeedsFirst) {
   // Shots of another size than Init was given: the library's line, then the status in words.
-  const ToolRun wrongSize =
-      inWork("hdr " + folder() + " -o pano.png", " --shot-size 300x200 --grid 576x288");
-  EXPECT_EQ(wrongSize.exitCode, 1);
-  EXPECT_TRUE(wrongSize.said("Read imgPath: " + shot(0, 0) + " error.")) << wrongSize.err;
-  EXPECT_TRUE(wrongSize.said("velmora hdr: HDR stitch status -1 (failed)")) << wrongSize.err;
+  expectRun(
+      inWork("hdr " + folder() + " -o pano.png", " --shot-size 300x200 --grid 576x288"), 1,
+      {"Read imgPath: " + shot(0, 0) + " error.", "velmora hdr: HDR stitch status -1 (failed)"});
   EXPECT_FALSE(inWorkExists("pano.png.jpg"));
-
-  const ToolRun wrongCount = inWork("hdr" + shotList(13, 3) + " -o pano.png");
-  EXPECT_EQ(wrongCount.exitCode, 1);
-  EXPECT_TRUE(wrongCount.said("12 or 18")) << wrongCount.err;
+  expectRun(inWork("hdr" + shotList(13, 3) + " -o pano.png"), 1, {"12 or 18"});
 
   // Without the colour script in the working directory --isp stops before any stitching.
   fs::remove(work_.file("isp.bat"));
   fs::remove(work_.file("table_Up.bin"));
-  const ToolRun noScript = inWork("hdr " + folder() + " -o pano.png --isp");
-  EXPECT_EQ(noScript.exitCode, 1);
-  EXPECT_TRUE(noScript.said("isp.bat") && noScript.said("share/isp")) << noScript.err;
+  expectRun(inWork("hdr " + folder() + " -o pano.png --isp"), 1, {"isp.bat", "share/isp"});
   EXPECT_FALSE(inWorkExists("table_Up.bin"));
 }
 
@@ -200,10 +177,9 @@ TEST_F(BracketCommands, RepairTakesTheRectanglesInOrderAndRefusesMalformedOnes) 
   // sector 4, is.
   const ToolRun repaired =
       inWork("repair " + folder() + " -o fixed.png --rect 0,100,40,40 --rect 180,90,26,40");
-  ASSERT_EQ(repaired.exitCode, 0) << repaired.err;
-  EXPECT_TRUE(repaired.said("0th ROI over cur sphere.")) << repaired.out;
+  expectRun(repaired, 0,
+            {"0th ROI over cur sphere.", "velmora repair: repair status 0 (completed)"});
   EXPECT_FALSE(repaired.said("1th ROI over cur sphere.")) << repaired.out;
-  EXPECT_TRUE(repaired.said("velmora repair: repair status 0 (completed)"));
   EXPECT_EQ(readFile(work_.file("isp.log")), "isp_minion.pp3 fixed.png fixed.png.jpg\n");
   EXPECT_EQ(cv::imread(work_.file("fixed.png")).size(), kFramedSize);
 
@@ -214,11 +190,9 @@ TEST_F(BracketCommands, RepairTakesTheRectanglesInOrderAndRefusesMalformedOnes) 
     EXPECT_NE(run.exitCode, 0) << rectangle;
     EXPECT_TRUE(run.said("--rect")) << run.err;
   }
-  const ToolRun twoExposures = inWork("repair" + shotList(12, 2) + " -o fixed.png --rect 1,2,3,4");
-  EXPECT_EQ(twoExposures.exitCode, 1);
-  EXPECT_TRUE(twoExposures.said("2 exposures per head position, not 3")) << twoExposures.err;
-  EXPECT_FALSE(inWorkExists("fixed.png"));
-  EXPECT_FALSE(inWorkExists("table_Up.bin"));
+  expectRun(inWork("repair" + shotList(12, 2) + " -o fixed.png --rect 1,2,3,4"), 1,
+            {"2 exposures per head position, not 3"});
+  EXPECT_FALSE(inWorkExists("fixed.png") || inWorkExists("table_Up.bin"));
 }
 
 // The video command with the real ffmpeg, a 2-second clip of the rig's frame size made here and a
@@ -248,18 +222,13 @@ TEST(VelmoraTool, VideoGrabsTheFrameStartsTheStitcherOrFailsWithoutRunningIt) {
   };
 
   const ToolRun broken = video("broken.mp4", work.file("bin"));
-  EXPECT_EQ(broken.exitCode, 1);
-  EXPECT_TRUE(broken.said("velmora video: video stitch status -1 (failed)")) << broken.err;
+  expectRun(broken, 1, {"velmora video: video stitch status -1 (failed)"});
   EXPECT_FALSE(broken.said("outA")) << broken.out;
-  const ToolRun noStitcher = video("rig.mp4", work.file("out"));
-  EXPECT_EQ(noStitcher.exitCode, 1);
-  EXPECT_TRUE(noStitcher.said("zemu-ffmpeg-velmora")) << noStitcher.err;
+  expectRun(video("rig.mp4", work.file("out")), 1, {"zemu-ffmpeg-velmora"});
   EXPECT_FALSE(fs::exists(work.file("stitcher.log")));
 
-  const ToolRun run = video("rig.mp4", work.file("bin"));
-  ASSERT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_TRUE(run.said("velmora video: video stitch status 0 (completed)")) << run.out;
-  EXPECT_TRUE(run.said("outA = 1\noutB = 3\n")) << run.out;
+  expectRun(video("rig.mp4", work.file("bin")), 0,
+            {"velmora video: video stitch status 0 (completed)", "outA = 1\noutB = 3\n"});
   EXPECT_EQ(readFile(work.file("stitcher.log")), "-s " + work.file("rig.mp4") +
                                                      " -r w=3630:h=2670:x=184:y=176 -n scene -o " +
                                                      work.file("out") + "\n");
