@@ -5,13 +5,9 @@
 #include <malloc.h>
 
 #include <fstream>
-#include <opencv2/imgcodecs.hpp>
 #include <string>
 
-#include "sim/builtin_scene.h"
-#include "sim/rig_simulation.h"
-#include "support/test_support.h"
-#include "velmora.h"
+#include "api/simulated_bracket.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VELMORA_RSS_IS_MEANINGLESS 1
@@ -21,30 +17,21 @@
 #endif
 #endif
 
-namespace velmora {
+namespace velmora::testing {
 namespace {
 
-using testing::CapturedConsole;
-using testing::TempDir;
+constexpr int kShotWidth = 120, kShotHeight = 80, kGridWidth = 204, kGridHeight = 102;
 
-constexpr int kShotWidth = 120;
-constexpr int kShotHeight = 80;
-constexpr int kGridWidth = 204;
-constexpr int kGridHeight = 102;
-
-// Resident memory of this process in kB (the VmRSS line of /proc/self/status).
-long residentKilobytes() {
+// Resident memory (the VmRSS line of /proc/self/status) and what the C heap has handed out and
+// not taken back (all arenas and mapped blocks), in kB.
+std::pair<long, long> memoryInUse() {
   std::ifstream status("/proc/self/status");
+  long resident = -1;
   for (std::string line; std::getline(status, line);) {
-    if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    if (line.rfind("VmRSS:", 0) == 0) resident = std::stol(line.substr(6));
   }
-  return -1;
-}
-
-// Bytes the C heap has handed out and not yet taken back, over all arenas and mapped blocks.
-long heapInUseKilobytes() {
-  const struct mallinfo2 info = mallinfo2();
-  return static_cast<long>((info.uordblks + info.hblkhd) / 1024);
+  const struct mallinfo2 heap = mallinfo2();
+  return {resident, static_cast<long>((heap.uordblks + heap.hblkhd) / 1024)};
 }
 
 TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
@@ -60,37 +47,32 @@ TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
   request.outputDir = dir.file("shots");
   request.writeGroundTruth = false;
   const auto files = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
-  const std::vector<std::string> shotPaths = sim::shotsOfBracket(files, 0);
-  std::vector<const char*> shots;
-  for (const auto& shot : shotPaths) shots.push_back(shot.c_str());
+  const std::vector<std::string> shots = sim::shotsOfBracket(files, 0);
   const std::string output = dir.file("pano.png");
 
-  long residentAt20 = 0, heapAt20 = 0;
+  std::pair<long, long> at20;
   for (int cycle = 1; cycle <= 100; ++cycle) {
     CapturedConsole quiet;
     void* handle = ZEMU_CreateOptFlowStitchHandle();
     ZEMU_InitOptFlowStitchHandle(handle, files.configPath.c_str(), dir.path().c_str(), kShotWidth,
                                  kShotHeight, kGridWidth, kGridHeight);
-    ZEMU_ExecuteOptFlowStitchHandle(handle, files.configPath.c_str(), shots.data(), output.c_str(),
-                                    1.0f, 1.0f, 1.0f);
+    ZEMU_ExecuteOptFlowStitchHandle(handle, files.configPath.c_str(), pointers(shots).data(),
+                                    output.c_str(), 1.0f, 1.0f, 1.0f);
     ASSERT_EQ(ZEMU_GetOptFlowStitchCode(handle), 0u) << "cycle " << cycle << ": " << quiet.err();
     ZEMU_DestroyOptFlowStitchHandle(handle);
-    if (cycle == 20) {
-      residentAt20 = residentKilobytes();
-      heapAt20 = heapInUseKilobytes();
-    }
+    if (cycle == 20) at20 = memoryInUse();
   }
-  ASSERT_GT(residentAt20, 0);
+  const auto [resident, heap] = memoryInUse();
+  ASSERT_GT(at20.first, 0);
   // What the heap holds must come back to where it was, but for OpenCV's own per-thread records:
   // OpenCV 4.6 keeps under a kilobyte for every thread that ever called it, and a cycle starts
   // about forty worker threads (projection, flow, seams, table rows), some 3 MB over 80 cycles.
   // Leaking the 60 kB panorama, or any shot or projection, per cycle would add 5 MB or more.
-  EXPECT_LE(heapInUseKilobytes() - heapAt20, 4096) << "heap in use after cycle 20: " << heapAt20;
+  EXPECT_LE(heap - at20.second, 4096) << "heap in use after cycle 20: " << at20.second;
   // Resident memory may move with the allocator's arenas (each new worker thread can land on
   // another one), but must not grow with the cycles.
-  EXPECT_LE(residentKilobytes() - residentAt20, 8192)
-      << "resident after cycle 20: " << residentAt20;
+  EXPECT_LE(resident - at20.first, 8192) << "resident after cycle 20: " << at20.first;
 }
 
 }  // namespace
-}  // namespace velmora
+}  // namespace velmora::testing

@@ -26,10 +26,7 @@ inline std::vector<const char*> pointers(const std::vector<std::string>& paths) 
 
 class SimulatedBracket : public ::testing::Test {
  protected:
-  static constexpr int kShotWidth = 228;
-  static constexpr int kShotHeight = 152;
-  static constexpr int kGridWidth = 390;
-  static constexpr int kGridHeight = 200;
+  static constexpr int kShotWidth = 228, kShotHeight = 152, kGridWidth = 390, kGridHeight = 200;
 
   static void SetUpTestSuite() {
     shots_ = std::make_unique<TempDir>();
@@ -44,9 +41,8 @@ class SimulatedBracket : public ::testing::Test {
     files_ = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
     singles_ = sim::shotsOfBracket(files_, 1);
     slots_.clear();
-    for (const auto& position : files_.shots) {
+    for (const auto& position : files_.shots)
       slots_.insert(slots_.end(), position.begin(), position.end());
-    }
   }
   static void TearDownTestSuite() { shots_.reset(); }
   void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }

@@ -9,13 +9,12 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/ring_projection.h"
+#include "api/simulated_bracket.h"
 #include "api/stitch_handle.h"
 #include "common/image_io.h"
 #include "sim/builtin_scene.h"
 #include "sim/ground_truth.h"
 #include "sim/rig_simulation.h"
-#include "support/test_support.h"
-#include "velmora.h"
 
 namespace velmora {
 namespace {
@@ -23,10 +22,9 @@ namespace {
 using testing::CapturedConsole;
 using testing::TempDir;
 
-constexpr int kShotWidth = 684;
-constexpr int kShotHeight = 456;
-constexpr int kGridWidth = 1152;  // a multiple of six: the bands tile it exactly
-constexpr int kGridHeight = 576;
+// The grid's width is a multiple of six: the bands tile it exactly.
+constexpr int kShotWidth = 684, kShotHeight = 456, kGridWidth = 1152, kGridHeight = 576;
+constexpr int kBand = kGridWidth / 6;
 // The seam bands use two shots each, and the seen region counts any shot: the region is narrowed
 // so that its rim, where a band's two shots do not both reach, does not dominate the measure.
 constexpr int kSeenMargin = 8;
@@ -97,13 +95,12 @@ class SingleStitchQuality : public ::testing::Test {
     result.handle = ZEMU_CreateOptFlowStitchHandle();
     handles_.push_back(result.handle);
     const std::string output = request.outputDir + "/panorama.png";
-    std::vector<const char*> paths;
-    for (const auto& shot : result.shots) paths.push_back(shot.c_str());
     CapturedConsole console;
     ZEMU_InitOptFlowStitchHandle(result.handle, files.configPath.c_str(), dir_.path().c_str(),
                                  kShotWidth, kShotHeight, kGridWidth, kGridHeight);
-    ZEMU_ExecuteOptFlowStitchHandle(result.handle, files.configPath.c_str(), paths.data(),
-                                    output.c_str(), 1.0f, 1.0f, 1.0f);
+    ZEMU_ExecuteOptFlowStitchHandle(result.handle, files.configPath.c_str(),
+                                    testing::pointers(result.shots).data(), output.c_str(), 1.0f,
+                                    1.0f, 1.0f);
     EXPECT_EQ(ZEMU_GetOptFlowStitchCode(result.handle), 0u) << console.err();
     result.panorama = cv::imread(output);
     result.truth = cv::imread(files.truthPath);
@@ -119,16 +116,13 @@ class SingleStitchQuality : public ::testing::Test {
     for (const auto& path : run.shots) shots.push_back(readColorImage(path));
     const auto& handle = *static_cast<const StitchHandle*>(run.handle);
     const std::vector<cv::Mat> projected = projectRing(handle, camera, shots);
-    const int width = projected[0].cols;
-    const int band = width / 6;
+    const int width = projected[0].cols, band = width / 6;
     cv::Mat strip(projected[0].rows, band * 6, CV_8UC3);
     for (int i = 0; i < 6; ++i) {
-      const cv::Mat& first = projected[i];
-      const cv::Mat& second = projected[(i + 1) % 6];
       for (int x = 0; x < band; ++x) {
         const float t = static_cast<float>(x) / band;
-        cv::addWeighted(first.col(width / 2 + x), 1.0 - t, second.col(width / 3 + x), t, 0.0,
-                        strip.col(i * band + x));
+        cv::addWeighted(projected[i].col(width / 2 + x), 1.0 - t,
+                        projected[(i + 1) % 6].col(width / 3 + x), t, 0.0, strip.col(i * band + x));
       }
     }
     cv::resize(strip, strip, projected[0].size(), 0, 0, cv::INTER_LINEAR);
@@ -146,28 +140,25 @@ TEST_F(SingleStitchQuality, BothCamerasReproduceTheSceneWhereItHasIt) {
     const Stitched run = stitch(scene, camera, sim::Parallax());
     ASSERT_EQ(run.panorama.size(), cv::Size(kGridWidth, kGridHeight));
     const double stitched = psnr(run.panorama, run.truth, run.seen);
-    std::cout << sim::cameraName(camera) << " stitched PSNR " << stitched << " dB" << std::endl;
 
     // The floor sits between the correct result and what a misplaced one scores: one band off
     // (wrong order or head step), or the right result half a pixel off.
     cv::Mat rolled;
-    cv::hconcat(run.panorama.colRange(kGridWidth / 6, kGridWidth),
-                run.panorama.colRange(0, kGridWidth / 6), rolled);
+    cv::hconcat(run.panorama.colRange(kBand, kGridWidth), run.panorama.colRange(0, kBand), rolled);
     cv::Mat halfPixel;
     cv::warpAffine(run.truth, halfPixel, cv::Matx23d(1, 0, 0.5, 0, 1, 0), run.truth.size(),
                    cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     const double misplaced = psnr(rolled, run.truth, run.seen);
     const double shifted = psnr(halfPixel, run.truth, run.seen);
-    std::cout << "  one band off " << misplaced << " dB, truth half a pixel off " << shifted
-              << " dB" << std::endl;
+    std::cout << sim::cameraName(camera) << " stitched PSNR " << stitched << " dB, one band off "
+              << misplaced << " dB, truth half a pixel off " << shifted << " dB" << std::endl;
     EXPECT_GT(stitched, 40.0);
     EXPECT_LT(misplaced, 40.0);
     EXPECT_LT(shifted, 40.0);
 
     // Every seam band on its own.
-    const int band = kGridWidth / 6;
     for (int i = 0; i < 6; ++i) {
-      const cv::Rect columns(i * band, 0, band, kGridHeight);
+      const cv::Rect columns(i * kBand, 0, kBand, kGridHeight);
       EXPECT_GT(psnr(run.panorama(columns), run.truth(columns), run.seen(columns)), 38.0)
           << "band " << i;
     }
@@ -186,9 +177,8 @@ TEST_F(SingleStitchQuality, FlowGuidedSeamsBeatAPlainCrossFadeUnderParallax) {
         featherBlend(run, camera == sim::RigCamera::Up ? Camera::Up : Camera::Down);
     // The middle third of every band, where both shots meet.
     cv::Mat meeting = cv::Mat::zeros(run.seen.size(), CV_8U);
-    const int band = kGridWidth / 6;
     for (int i = 0; i < 6; ++i)
-      meeting.colRange(i * band + band / 3, i * band + 2 * band / 3) = 255;
+      meeting.colRange(i * kBand + kBand / 3, i * kBand + 2 * kBand / 3) = 255;
     meeting &= run.seen;
     const double stitched = displacementTolerantError(run.panorama, run.truth, meeting, 4);
     const double faded = displacementTolerantError(feather, run.truth, meeting, 4);
