@@ -30,8 +30,7 @@ constexpr int kBand = kGridWidth / 6;
 constexpr int kSeenMargin = 8;
 
 struct Stitched {
-  cv::Mat panorama;
-  cv::Mat truth;
+  cv::Mat panorama, truth;
   cv::Mat seen;  // 255 where every shot pixel behind the framed cell was seen
   std::vector<std::string> shots;
   void* handle = nullptr;
@@ -59,10 +58,9 @@ double displacementTolerantError(const cv::Mat& image, const cv::Mat& truth, con
   cv::Mat best(image.size(), CV_32F, cv::Scalar(1e9));
   for (int dy = -reach; dy <= reach; ++dy) {
     for (int dx = -reach; dx <= reach; ++dx) {
-      cv::Mat moved;
+      cv::Mat moved, difference;
       cv::warpAffine(truth, moved, cv::Matx23d(1, 0, dx, 0, 1, dy), truth.size(), cv::INTER_NEAREST,
                      cv::BORDER_REPLICATE);
-      cv::Mat difference;
       cv::absdiff(image, moved, difference);
       difference.convertTo(difference, CV_32F);
       cv::transform(difference, difference, cv::Matx13f(1, 1, 1));

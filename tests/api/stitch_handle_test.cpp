@@ -14,8 +14,7 @@ namespace velmora::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::string kSeparator = "---------------------------------";
+using console::kSeparator;
 
 TEST(CameraChoice, TheLastPathComponentNamesTheCamera) {
   const struct {

@@ -26,17 +26,11 @@ CapturedConsole::~CapturedConsole() {
   std::cerr.rdbuf(oldErr_);
 }
 
-static std::vector<std::string> splitLines(const std::string& text) {
+std::vector<std::string> CapturedConsole::lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream in(text);
   for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
-}
-std::vector<std::string> CapturedConsole::outLines() const {
-  return splitLines(out());
-}
-std::vector<std::string> CapturedConsole::errLines() const {
-  return splitLines(err());
 }
 
 void writeTextFile(const std::string& path, const std::string& text) {

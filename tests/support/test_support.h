@@ -34,12 +34,12 @@ class CapturedConsole {
 
   std::string out() const { return out_.str(); }
   std::string err() const { return err_.str(); }
-  std::vector<std::string> outLines() const;
-  std::vector<std::string> errLines() const;
+  std::vector<std::string> outLines() const { return lines(out()); }
+  std::vector<std::string> errLines() const { return lines(err()); }
 
  private:
-  std::ostringstream out_;
-  std::ostringstream err_;
+  static std::vector<std::string> lines(const std::string& text);
+  std::ostringstream out_, err_;
   std::streambuf* oldOut_;
   std::streambuf* oldErr_;
 };
