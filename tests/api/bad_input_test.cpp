@@ -83,10 +83,8 @@ TEST_F(BadInput, ShotFilesThatAreMissingEmptyTruncatedNotImagesOrOfTheWrongSize)
                            "narrow.png", "turned.png", "folder.jpg"}) {
     SCOPED_TRACE(name);
     const Lines refusal{"Read imgPath: " + file(name) + " error."};
-    auto shots = singles_;
-    shots[4] = file(name);
-    auto slots = slots_;
-    slots[13] = file(name);
+    auto shots = singles_, slots = slots_;
+    shots[4] = slots[13] = file(name);
     expectFailure([&] { stitch(shots, file("single.png")); }, refusal);
     expectFailure([&] { hdr(slots, file("hdr.png")); }, refusal);
     expectFailure([&] { repair(slots, file("repaired.png")); }, refusal);
@@ -194,8 +192,7 @@ TEST_F(BadInput, NullHandlesPathPointersAndNullEntriesInPathLists) {
   const char* config = files_.configPath.c_str();
   const std::string out = file("out.png");
   const char* output = out.c_str();
-  auto shots = pointers(singles_);
-  auto slots = pointers(slots_);
+  auto shots = pointers(singles_), slots = pointers(slots_);
   const int one[] = {10};
   {
     CapturedConsole console;
