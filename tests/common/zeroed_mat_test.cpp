@@ -8,7 +8,7 @@ namespace {
 TEST(ZeroedMat, IsAllZeroOfTheSizeAndTypeAskedAndOwnsItsMemory) {
   // Small blocks come from the heap, where freed memory may hold old bytes; large ones are pages.
   for (cv::Size size : {cv::Size(3, 2), cv::Size(4096, 4096)}) {
-    cv::Mat(size, CV_32FC2, cv::Scalar::all(7)).release();
+    cv::Mat(size, CV_32FC2, cv::Scalar::all(7)).release();  // leaves old bytes behind
     cv::Mat image = zeroedMat(size.height, size.width, CV_32FC2);
     ASSERT_TRUE(image.size() == size && image.type() == CV_32FC2 && image.isContinuous());
     EXPECT_EQ(cv::countNonZero(image.reshape(1) != 0), 0) << size;
