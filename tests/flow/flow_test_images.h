@@ -21,8 +21,7 @@ inline cv::Mat texture(int width, int height, unsigned seed) {
 }
 
 // A width x height window of `source` whose pixel (x, y) shows source position
-// (x + left - shiftX, y + top - shiftY) (cubic): two windows with shifts s and 0 show the same
-// content displaced by s.
+// (x + left - shiftX, y + top - shiftY), cubic: windows with shifts s and 0 differ by s.
 inline cv::Mat shiftedWindow(const cv::Mat& source, int left, int top, int width, int height,
                              float shiftX, float shiftY) {
   cv::Mat window;
@@ -32,8 +31,7 @@ inline cv::Mat shiftedWindow(const cv::Mat& source, int left, int top, int width
   return window;
 }
 
-// `bgr` with an opaque alpha channel.
-inline cv::Mat withAlpha(const cv::Mat& bgr) {
+inline cv::Mat withAlpha(const cv::Mat& bgr) {  // opaque
   cv::Mat bgra;
   cv::cvtColor(bgr, bgra, cv::COLOR_BGR2BGRA);
   return bgra;

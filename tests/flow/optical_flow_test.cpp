@@ -25,11 +25,9 @@ std::pair<cv::Mat, cv::Mat> shiftedPair(float dx, float dy) {
           testing::withAlpha(testing::shiftedWindow(source, 40, 40, kWidth, kHeight, dx, dy))};
 }
 
-// The flow is estimated at half resolution, every visit takes a single damped gradient step and
-// is pulled towards the smooth prior, so a displacement is approached from below and reached to a
-// few tenths of a pixel (a few hundredths where there is none). The bounds are far tighter than
-// the faults they catch: a lost factor 2 to full resolution or 1 / 0.88 per level is 0.7 px or
-// more, swapped components 1 px, a wrong sign 3 px.
+// The flow is found at half resolution by damped gradient steps pulled towards a smooth prior, so
+// a shift is reached to a few tenths of a pixel. Lost factors (2 to full size, 1 / 0.88 a level)
+// are 0.7 px or more, swapped components 1 px, a wrong sign 3 px.
 TEST(FlowJob, RecoversZeroWholeAndSubPixelShiftsWhereBothImagesAreValid) {
   const struct {
     float dx, dy;
@@ -39,22 +37,18 @@ TEST(FlowJob, RecoversZeroWholeAndSubPixelShiftsWhereBothImagesAreValid) {
                {0, 0, kHintNoSearch, 0.03, 0.1},       {3, 0, kHintNoSearch, 0.25, 0.6},
                {1.5f, 0.5f, kHintNoSearch, 0.25, 0.6}, {-2, 1, kHintNoSearch, 0.25, 0.6}};
   for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.dx) + "," + std::to_string(c.dy) + " hint " +
+                 std::to_string(c.hint));
     auto [first, second] = shiftedPair(c.dx, c.dy);
-    // As in the overlap bands: only the middle half is valid in both.
-    first.colRange(3 * kWidth / 4, kWidth).setTo(cv::Scalar::all(0));
-    second.colRange(0, kWidth / 4).setTo(cv::Scalar::all(0));
-    cv::Mat flow;
+    first.colRange(3 * kWidth / 4, kWidth).setTo(cv::Scalar::all(0));  // as in the overlap bands,
+    second.colRange(0, kWidth / 4).setTo(cv::Scalar::all(0));          // the middle half is valid
+    cv::Mat flow, error[2];
     computeOpticalFlow(first, second, flow, c.hint, true);
-    ASSERT_EQ(flow.type(), CV_32FC2);
-    ASSERT_EQ(flow.size(), first.size());
     const cv::Rect bothValid(kWidth / 4 + 8, 8, kWidth / 2 - 16, kHeight - 16);
-    cv::Mat error = cv::abs(flow(bothValid) - cv::Scalar(c.dx, c.dy)), components[2];
-    cv::split(error, components);
-    for (int k = 0; k < 2; ++k) {
-      double largest = 0;
-      cv::minMaxLoc(components[k], nullptr, &largest);
-      EXPECT_LT(cv::mean(components[k])[0], c.mean) << c.dx << "," << c.dy << " hint " << c.hint;
-      EXPECT_LT(largest, c.largest) << c.dx << "," << c.dy << " hint " << c.hint;
+    cv::split(cv::abs(flow(bothValid) - cv::Scalar(c.dx, c.dy)), error);
+    for (const cv::Mat& component : error) {
+      EXPECT_LT(cv::mean(component)[0], c.mean);
+      EXPECT_LT(cv::norm(component, cv::NORM_INF), c.largest);
     }
   }
 }
@@ -63,9 +57,8 @@ TEST(FlowJob, InvalidHoleTakesTheSmoothFieldOfItsSurroundings) {
   auto [first, second] = shiftedPair(3, 0);
   const cv::Rect hole(80, 50, 24, 24);
   first(hole).setTo(cv::Scalar::all(0));
-  cv::Mat flow;
+  cv::Mat flow, ring = cv::Mat::zeros(first.size(), CV_8U);
   computeOpticalFlow(first, second, flow, kHintNoSearch, true);
-  cv::Mat ring = cv::Mat::zeros(flow.size(), CV_8U);
   ring(cv::Rect(hole.x - 12, hole.y - 12, hole.width + 24, hole.height + 24)).setTo(1);
   ring(hole).setTo(0);
   const cv::Scalar around = cv::mean(flow, ring);
@@ -128,10 +121,10 @@ TEST(InitialSearch, EachHintFindsTheDisplacementOnlyInsideItsRange) {
   for (const auto& c : found) {
     EXPECT_GT(shareOf(searched(shiftedGreys(c.dx, c.dy), c.hint), c.dx, c.dy), 0.9) << c.hint;
   }
-  // Out of range: every stored flow is a whole displacement of the hint's range.
+  // Out of range: every stored flow is a whole displacement of the hint's range (of dx, dy).
   const struct {
     int hint, dx, dy;
-    cv::Rect range;  // of (dx, dy)
+    cv::Rect range;
   } missed[] = {{0, -3, 0, {0, -1, 6, 3}}, {3, 0, 4, {-1, -5, 3, 6}}};
   for (const auto& c : missed) {
     searched(shiftedGreys(c.dx, c.dy), c.hint).forEach<cv::Vec2f>([&](cv::Vec2f& f, const int*) {
@@ -140,15 +133,11 @@ TEST(InitialSearch, EachHintFindsTheDisplacementOnlyInsideItsRange) {
           << "hint " << c.hint << ": " << f;
     });
   }
-  // Hint 4 and unknown hints search nothing.
-  for (int hint : {4, 5, -1}) {
+  for (int hint : {4, 5, -1}) {  // hint 4 and unknown hints search nothing
     EXPECT_EQ(cv::countNonZero(searched(shiftedGreys(3, 0), hint).reshape(1)), 0) << hint;
   }
-}
-
-TEST(InitialSearch, MatchesBrightnessAndKeepsZeroOnTiesAndBelowTheAlphaThreshold) {
   auto greys = shiftedGreys(2, 0);
-  greys.second *= 1.6;
+  greys.second *= 1.6;  // brightness is matched
   EXPECT_GT(shareOf(searched(greys, 0), 2, 0), 0.9);
   // Flat images: every candidate costs 0, and the first, zero displacement, stays.
   const cv::Mat flat(kSide, kSide, CV_32F, cv::Scalar(0.5f));
@@ -179,9 +168,8 @@ TEST(PatchCost, SkipsOffsetsOutsideTheFirstImageClampsTheSecondAndNeedsJointVali
 TEST(PropagationSweeps, EqualCostsDoNotReplace) {
   // Zero gradients and prior: (3, 1) and (3, -1) cost the same, and only (10, 7) is visited.
   SweepInputs level;
-  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y =
-      cv::Mat::zeros(12, 20, CV_32F);
-  level.alpha0 = level.alpha1 = cv::Mat::zeros(12, 20, CV_32F);  // one buffer
+  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y = level.alpha0 =
+      level.alpha1 = cv::Mat::zeros(12, 20, CV_32F);  // one buffer
   level.alpha0.at<float>(7, 10) = 1.0f;
   level.prior = cv::Mat::zeros(12, 20, CV_32FC2);
   for (bool wide : {false, true}) {
@@ -203,14 +191,12 @@ TEST(PriorBlend, InvalidPixelsTakeTheBlurredFieldValidOnesKeepTheirs) {
   alpha0(hole).setTo(0.0f);
   alpha0.at<float>(5, 5) = alpha1.at<float>(5, 5) = 0.5f;  // jointly a quarter valid
   cv::GaussianBlur(flow, blurred, cv::Size(15, 15), 8.0, 8.0, cv::BORDER_REFLECT_101);
-  const cv::Mat input = flow.clone();
+  cv::Mat expected = flow.clone();
+  blurred(hole).copyTo(expected(hole));
+  expected.at<cv::Vec2f>(5, 5) =
+      0.25f * flow.at<cv::Vec2f>(5, 5) + 0.75f * blurred.at<cv::Vec2f>(5, 5);
   blendWithPrior(flow, alpha0, alpha1);
-  for (cv::Point p : {cv::Point(15, 15), cv::Point(20, 20), cv::Point(24, 17)}) {
-    EXPECT_LT(cv::norm(flow.at<cv::Vec2f>(p) - blurred.at<cv::Vec2f>(p)), 1e-4);
-  }
-  const cv::Vec2f mixed = 0.25f * input.at<cv::Vec2f>(5, 5) + 0.75f * blurred.at<cv::Vec2f>(5, 5);
-  EXPECT_LT(cv::norm(flow.at<cv::Vec2f>(5, 5) - mixed), 1e-4);
-  EXPECT_EQ(flow.at<cv::Vec2f>(14, 20), input.at<cv::Vec2f>(14, 20));
+  EXPECT_LT(cv::norm(flow, expected, cv::NORM_INF), 1e-4);
 }
 
 }  // namespace

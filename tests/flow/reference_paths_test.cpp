@@ -1,6 +1,7 @@
-// The propagation sweeps and the seam warp against plain loops written from their formulas: the
-// fast paths evaluate costs four at a time, refine neighbouring pixels together and copy the
-// flow at integer positions, and must still give the same bits.
+// The propagation sweeps, the flow job, the ring gains and the seam warp against plain loops and
+// calls written from their formulas: the fast paths evaluate costs four at a time, refine
+// neighbouring pixels together, share prepared inputs and copy the flow at integer positions, and
+// must still give the same bits.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,7 +11,6 @@
 
 #include "api/status.h"
 #include "flow/flow_pyramid.h"
-#include "flow/initial_search.h"
 #include "flow/level_refinement.h"
 #include "flow/optical_flow.h"
 #include "flow/ring_brightness.h"
@@ -26,24 +26,17 @@ bool sameBits(const cv::Mat& a, const cv::Mat& b) {
 
 // Bilinear sample, the position clamped to [0, size - 2] first at 0, then at the upper bound.
 float sample(const cv::Mat& image, float x, float y) {
-  if (x < 0.0f) x = 0.0f;
-  if (x > image.cols - 2) x = static_cast<float>(image.cols - 2);
-  if (y < 0.0f) y = 0.0f;
-  if (y > image.rows - 2) y = static_cast<float>(image.rows - 2);
-  const int i = static_cast<int>(x);
-  const int j = static_cast<int>(y);
-  const float u = x - i;
-  const float v = y - j;
-  const float s00 = image.at<float>(j, i);
-  const float s01 = image.at<float>(j, i + 1);
-  const float s10 = image.at<float>(j + 1, i);
-  const float s11 = image.at<float>(j + 1, i + 1);
+  x = std::min(std::max(x, 0.0f), image.cols - 2.0f);
+  y = std::min(std::max(y, 0.0f), image.rows - 2.0f);
+  const int i = static_cast<int>(x), j = static_cast<int>(y);
+  const float u = x - i, v = y - j, s00 = image.at<float>(j, i), s01 = image.at<float>(j, i + 1),
+              s10 = image.at<float>(j + 1, i), s11 = image.at<float>(j + 1, i + 1);
   return s00 + (s01 - s00) * u + (s10 - s00) * v + (s00 + s11 - s01 - s10) * u * v;
 }
 
 float cost(const SweepInputs& in, int x, int y, cv::Vec2f f) {
-  const float W = static_cast<float>(in.gradient0x.cols);
-  const float H = static_cast<float>(in.gradient0x.rows);
+  const float W = static_cast<float>(in.gradient0x.cols),
+              H = static_cast<float>(in.gradient0x.rows);
   const float ex = in.gradient0x.at<float>(y, x) - sample(in.gradient1x, x + f[0], y + f[1]);
   const float ey = in.gradient0y.at<float>(y, x) - sample(in.gradient1y, x + f[0], y + f[1]);
   const cv::Vec2f p = in.prior.at<cv::Vec2f>(y, x);
@@ -54,34 +47,20 @@ float cost(const SweepInputs& in, int x, int y, cv::Vec2f f) {
 
 // One pixel at a time in visiting order, each candidate costed and taken on the spot.
 void referenceSweep(const SweepInputs& in, cv::Mat& flow, bool forward, bool wide) {
-  const int W = flow.cols;
-  const int H = flow.rows;
-  const int s = wide ? 2 : 1;
-  const int limit = wide ? 10 : 2;
+  const int W = flow.cols, H = flow.rows, s = wide ? 2 : 1, limit = wide ? 10 : 2;
   for (int row = 0; row < H; ++row) {
     for (int column = 0; column < W; ++column) {
-      const int y = forward ? row : H - 1 - row;
-      const int x = forward ? column : W - 1 - column;
+      const int y = forward ? row : H - 1 - row, x = forward ? column : W - 1 - column;
       if (!(in.alpha0.at<float>(y, x) > 0.9f && in.alpha1.at<float>(y, x) > 0.9f)) continue;
       cv::Vec2f& f = flow.at<cv::Vec2f>(y, x);
       float best = cost(in, x, y, f);
+      const auto consider = [&](cv::Vec2f k) {
+        const float c = cost(in, x, y, k);
+        if (c < best) f = k, best = c;
+      };
       for (int d = s; d < limit; d += s) {
-        if (forward ? x > d : x < W - d) {
-          const cv::Vec2f k = flow.at<cv::Vec2f>(y, forward ? x - d : x + d);
-          const float c = cost(in, x, y, k);
-          if (c < best) {
-            f = k;
-            best = c;
-          }
-        }
-        if (forward ? y > d : y < H - d) {
-          const cv::Vec2f k = flow.at<cv::Vec2f>(forward ? y - d : y + d, x);
-          const float c = cost(in, x, y, k);
-          if (c < best) {
-            f = k;
-            best = c;
-          }
-        }
+        if (forward ? x > d : x < W - d) consider(flow.at<cv::Vec2f>(y, forward ? x - d : x + d));
+        if (forward ? y > d : y < H - d) consider(flow.at<cv::Vec2f>(forward ? y - d : y + d, x));
       }
       const float ex = cost(in, x, y, cv::Vec2f(f[0] + 0.001f, f[1] + 0.0f));
       const float ey = cost(in, x, y, cv::Vec2f(f[0] + 0.0f, f[1] + 0.001f));
@@ -90,34 +69,24 @@ void referenceSweep(const SweepInputs& in, cv::Mat& flow, bool forward, bool wid
   }
 }
 
-// Random gradients and prior, alphas valid at about two pixels in three (so runs of valid
-// pixels of every length occur), and a flow reaching past the borders.
-SweepInputs randomLevel(cv::Size size, cv::RNG& rng) {
-  SweepInputs in;
-  for (cv::Mat* gradient : {&in.gradient0x, &in.gradient0y, &in.gradient1x, &in.gradient1y}) {
-    gradient->create(size, CV_32F);
-    rng.fill(*gradient, cv::RNG::UNIFORM, -1.0f, 1.0f);
-  }
-  for (cv::Mat* alpha : {&in.alpha0, &in.alpha1}) {
-    alpha->create(size, CV_32F);
-    rng.fill(*alpha, cv::RNG::UNIFORM, 0.75f, 1.0f);
-  }
-  in.prior.create(size, CV_32FC2);
-  rng.fill(in.prior, cv::RNG::UNIFORM, -2.0f, 2.0f);
-  return in;
-}
-
 TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
   cv::RNG rng(31);
   for (const cv::Size size : {cv::Size(37, 23), cv::Size(2, 9), cv::Size(64, 3)}) {
-    const SweepInputs in = randomLevel(size, rng);
+    // Alphas valid at about two pixels in three, so runs of valid pixels of every length occur,
+    // and a flow reaching past the borders.
+    SweepInputs in;
+    for (cv::Mat* m : {&in.gradient0x, &in.gradient0y, &in.gradient1x, &in.gradient1y, &in.alpha0,
+                       &in.alpha1, &in.prior}) {
+      const bool alpha = m == &in.alpha0 || m == &in.alpha1, prior = m == &in.prior;
+      m->create(size, prior ? CV_32FC2 : CV_32F);
+      rng.fill(*m, cv::RNG::UNIFORM, alpha ? 0.75f : prior ? -2.0f : -1.0f, prior ? 2.0f : 1.0f);
+    }
     cv::Mat start(size, CV_32FC2);
     rng.fill(start, cv::RNG::UNIFORM, -6.0f, 6.0f);
     for (bool wide : {false, true}) {
       for (bool forward : {true, false}) {
-        cv::Mat expected = start.clone();
+        cv::Mat expected = start.clone(), flow = start.clone();
         referenceSweep(in, expected, forward, wide);
-        cv::Mat flow = start.clone();
         forward ? forwardSweep(in, flow, wide) : backwardSweep(in, flow, wide);
         ASSERT_FALSE(sameBits(expected, start)) << "the sweep changed nothing";
         EXPECT_TRUE(sameBits(flow, expected)) << size << " wide " << wide << " forward " << forward;
@@ -132,11 +101,9 @@ cv::Mat referenceFlowJob(const cv::Mat& first, const cv::Mat& second, int hint) 
   cv::Mat grey[2], alpha[2];
   const cv::Mat* inputs[2] = {&first, &second};
   for (int k = 0; k < 2; ++k) {
-    cv::Mat small;
+    cv::Mat small, grey8, channels[4];
     cv::resize(*inputs[k], small, half, 0.0, 0.0, cv::INTER_CUBIC);
-    std::vector<cv::Mat> channels;
     cv::split(small, channels);
-    cv::Mat grey8;
     cv::cvtColor(small, grey8, cv::COLOR_BGRA2GRAY);
     grey8.convertTo(grey[k], CV_32F, 1.0);
     grey[k].convertTo(grey[k], CV_32F, 0.003921568859368563);
@@ -146,16 +113,14 @@ cv::Mat referenceFlowJob(const cv::Mat& first, const cv::Mat& second, int hint) 
   }
   const auto g0 = buildPyramid(grey[0]), g1 = buildPyramid(grey[1]);
   const auto a0 = buildPyramid(alpha[0]), a1 = buildPyramid(alpha[1]);
-  cv::Mat flow;
+  cv::Mat flow, full, result;
   for (std::size_t level = g0.size(); level-- > 0;) {
     refineLevel(g0[level], g1[level], a0[level], a1[level], flow, hint, true);
     if (level > 0) {
-      cv::Mat finer;
-      cv::resize(flow, finer, g0[level - 1].size(), 0.0, 0.0, cv::INTER_CUBIC);
-      flow = finer * 1.1363636255264282;
+      cv::resize(flow, full, g0[level - 1].size(), 0.0, 0.0, cv::INTER_CUBIC);
+      flow = full * 1.1363636255264282;
     }
   }
-  cv::Mat full, result;
   cv::resize(flow, full, first.size(), 0.0, 0.0, cv::INTER_LINEAR);
   full *= 2.0;
   cv::GaussianBlur(full, result, cv::Size(3, 3), 1.0, 0.0, cv::BORDER_DEFAULT);
@@ -164,22 +129,20 @@ cv::Mat referenceFlowJob(const cv::Mat& first, const cv::Mat& second, int hint) 
 
 TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
   cv::RNG rng(12);
-  cv::Mat texture(80, 132, CV_8UC3);
+  cv::Mat texture(80, 132, CV_8UC3), shifted, first, second;
   rng.fill(texture, cv::RNG::UNIFORM, 0, 256);
   cv::GaussianBlur(texture, texture, cv::Size(5, 5), 1.5);
-  cv::Mat first, second;
-  cv::cvtColor(texture, first, cv::COLOR_BGR2BGRA);
-  cv::Mat shifted;
   cv::warpAffine(texture, shifted, cv::Matx23d(1, 0, -3, 0, 1, 1), texture.size(), cv::INTER_LINEAR,
                  cv::BORDER_REFLECT);
+  cv::cvtColor(texture, first, cv::COLOR_BGR2BGRA);
   cv::cvtColor(shifted, second, cv::COLOR_BGR2BGRA);
   // Partial and blank validity, as cut-outs have.
   first.colRange(88, 132).setTo(cv::Scalar::all(0));
   second.colRange(0, 44).setTo(cv::Scalar::all(0));
   for (int x = 44; x < 88; x += 7) first.col(x).setTo(cv::Scalar(10, 20, 30, 128));
   // Inputs prepared once serve both directions, as the overlap job uses them.
-  const FlowInput preparedFirst = prepareFlowInput(first);
-  const FlowInput preparedSecond = prepareFlowInput(second);
+  const FlowInput preparedFirst = prepareFlowInput(first),
+                  preparedSecond = prepareFlowInput(second);
   for (int hint : {kHintLeftward, kHintNoSearch}) {
     cv::Mat flow, forward, backward;
     computeOpticalFlow(first, second, flow, hint, true);
@@ -195,41 +158,34 @@ TEST(FlowJobReference, EqualsThePlainChainOfCalls) {
                Failure);
 }
 
-// round(clamp(value, 0, 255)), halves away from zero.
-uchar roundedByte(float value) {
-  return static_cast<uchar>(std::round(std::min(std::max(value, 0.0f), 255.0f)));
-}
-
 TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
-  constexpr unsigned kWidth = 120;
-  constexpr unsigned kHeight = 40;
+  constexpr unsigned kWidth = 120, kHeight = 40;
   cv::RNG rng(77);
   for (int type : {CV_8UC3, CV_8UC4}) {
-    std::vector<cv::Mat> ring(kFullRing);
+    std::vector<cv::Mat> ring(kFullRing), expected(kFullRing);
     for (int k = 0; k < kFullRing; ++k) {
       ring[k].create(kHeight, kWidth, type);
       rng.fill(ring[k], cv::RNG::UNIFORM, 20 + 15 * k, 200 + 9 * k);
+      expected[k] = ring[k].clone();
     }
     const BrightnessStrips strips = brightnessStrips(kWidth, kHeight);
     std::array<float, kFullRing> ratios{};
     for (int i = 0; i < kFullRing; ++i) {
       ratios[i] = brightnessRatio(ring[i], ring[(i + 1) % kFullRing], strips);
     }
-    const RingGains gains = ringGains(ratios);
-    std::vector<cv::Mat> expected;
-    for (const cv::Mat& image : ring) expected.push_back(image.clone());
+    const RingGains g = ringGains(ratios);
     for (int k = 0; k < kFullRing; ++k) {
       for (int y = 0; y < static_cast<int>(kHeight); ++y) {
         for (int x = 0; x < static_cast<int>(kWidth); ++x) {
           // Image 0 ramps from the ring's product to 1 over the 80 degrees from 140 degrees.
           const float t =
               std::min(std::max((x - kWidth * 0.3888889f) / (kWidth * 0.22222222f), 0.0f), 1.0f);
-          const float ramp =
-              (1 - t) * gains.products[5] / gains.normaliser + t * 1 / gains.normaliser;
+          const float ramp = (1 - t) * g.products[5] / g.normaliser + t * 1 / g.normaliser;
           uchar* pixel = expected[k].ptr<uchar>(y) + x * expected[k].channels();
-          for (int c = 0; c < 3; ++c) {
-            pixel[c] = roundedByte(k > 0 ? pixel[c] * gains.products[k - 1] / gains.normaliser
-                                         : pixel[c] * ramp);
+          for (int c = 0; c < 3; ++c) {  // round(clamp(value, 0, 255)), halves away from zero
+            const float value =
+                k > 0 ? pixel[c] * g.products[k - 1] / g.normaliser : pixel[c] * ramp;
+            pixel[c] = static_cast<uchar>(std::round(std::min(std::max(value, 0.0f), 255.0f)));
           }
         }
       }
@@ -245,32 +201,28 @@ TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
 // the displaced positions, the alpha scaled by 1 - s.
 WarpedImage referenceWarp(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
                           BandSide side) {
-  cv::Mat positions(grid.rows, grid.columns, CV_32FC2);
-  for (int y = 0; y < grid.rows; ++y) {
-    for (int x = 0; x < grid.columns; ++x) positions.at<cv::Vec2f>(y, x) = cv::Vec2f(x, y);
-  }
-  cv::Mat resampled;
+  const auto share = [&](int x) {
+    const float t = static_cast<float>(x) / static_cast<float>(grid.columns);
+    return side == BandSide::kLeading ? t : 1.0f - t;
+  };
+  cv::Mat positions(grid.rows, grid.columns, CV_32FC2), resampled;
+  positions.forEach<cv::Vec2f>([](cv::Vec2f& p, const int* at) { p = cv::Vec2f(at[1], at[0]); });
   cv::remap(flow, resampled, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
   WarpedImage warped;
   warped.magnitude.create(grid.rows, grid.columns, CV_32F);
-  cv::Mat displaced(grid.rows, grid.columns, CV_32FC2);
   for (int y = 0; y < grid.rows; ++y) {
     for (int x = 0; x < grid.columns; ++x) {
-      const float t = static_cast<float>(x) / static_cast<float>(grid.columns);
-      const float s = side == BandSide::kLeading ? t : 1.0f - t;
       const cv::Vec2f f = resampled.at<cv::Vec2f>(y, x);
-      displaced.at<cv::Vec2f>(y, x) = cv::Vec2f(x + s * f[0], y + s * f[1]);
+      positions.at<cv::Vec2f>(y, x) = cv::Vec2f(x + share(x) * f[0], y + share(x) * f[1]);
       warped.magnitude.at<float>(y, x) = std::sqrt(f[0] * f[0] + f[1] * f[1]);
     }
   }
-  cv::remap(image, warped.image, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+  cv::remap(image, warped.image, positions, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
             cv::Scalar::all(0));
   for (int y = 0; y < grid.rows; ++y) {
     for (int x = 0; x < grid.columns; ++x) {
-      const float t = static_cast<float>(x) / static_cast<float>(grid.columns);
-      const float s = side == BandSide::kLeading ? t : 1.0f - t;
       uchar& alpha = warped.image.at<cv::Vec4b>(y, x)[3];
-      alpha = static_cast<uchar>((1.0f - s) * alpha);
+      alpha = static_cast<uchar>((1.0f - share(x)) * alpha);
     }
   }
   return warped;
@@ -278,9 +230,8 @@ WarpedImage referenceWarp(const InterpolationGrid& grid, const cv::Mat& image, c
 
 TEST(SeamWarpReference, EqualsCubicResamplingOfTheFlowOnEveryGrid) {
   cv::RNG rng(5);
-  cv::Mat image(20, 30, CV_8UC4);
+  cv::Mat image(20, 30, CV_8UC4), flow(20, 30, CV_32FC2);
   rng.fill(image, cv::RNG::UNIFORM, 0, 256);
-  cv::Mat flow(20, 30, CV_32FC2);
   rng.fill(flow, cv::RNG::UNIFORM, -4.0f, 4.0f);
   flow.at<cv::Vec2f>(3, 4) = cv::Vec2f(-0.0f, 0.0f);
   flow.at<cv::Vec2f>(5, 0) = cv::Vec2f(0.0f, -0.0f);
@@ -294,10 +245,10 @@ TEST(SeamWarpReference, EqualsCubicResamplingOfTheFlowOnEveryGrid) {
       for (BandSide side : {BandSide::kLeading, BandSide::kTrailing}) {
         const WarpedImage expected = referenceWarp(grid, image, *field, side);
         const WarpedImage warped = warpByFlow(grid, image, *field, side);
-        const std::string label = std::to_string(grid.columns) + "x" + std::to_string(grid.rows) +
-                                  (field == &flow ? " finite" : " non-finite");
-        EXPECT_TRUE(sameBits(warped.image, expected.image)) << label;
-        EXPECT_TRUE(sameBits(warped.magnitude, expected.magnitude)) << label;
+        SCOPED_TRACE(std::to_string(grid.columns) + "x" + std::to_string(grid.rows) +
+                     (field == &flow ? " finite" : " non-finite"));
+        EXPECT_TRUE(sameBits(warped.image, expected.image));
+        EXPECT_TRUE(sameBits(warped.magnitude, expected.magnitude));
       }
     }
   }
