@@ -1,5 +1,5 @@
-// The table build and the shot projection against plain per-cell loops written from their
-// formulas: the fast paths skip rows and cells and must still give the same bits everywhere.
+// The lens polynomials, the table build and the shot projection against plain formulas and
+// per-cell loops: the fast paths drop powers, skip rows and cells and must give the same bits.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,9 +14,49 @@
 namespace velmora {
 namespace {
 
+bool sameBits(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
+         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
+}
+
+bool sameBits(float a, float b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// The lens polynomials as written first: every power from powf, the square as theta * theta.
+float plainLensAngle(float theta, uint32_t selector) {
+  const double p[10] = {powf(theta, 0.0f), powf(theta, 1.0f), theta * theta,     powf(theta, 3.0f),
+                        powf(theta, 4.0f), powf(theta, 5.0f), powf(theta, 6.0f), powf(theta, 7.0f),
+                        powf(theta, 8.0f), powf(theta, 9.0f)};
+  if (selector != kUpLens) {
+    return static_cast<float>(0.00609440953 * p[9] - 0.0594089197 * p[8] + 0.242690843 * p[7] -
+                              0.521631479 * p[6] + 0.56525997 * p[5] - 0.117396546 * p[4] -
+                              0.348350596 * p[3] - 0.00221254837 * p[2] + 1.00007236 * p[1] -
+                              5.83568031e-8 * p[0]);
+  }
+  return static_cast<float>(0.652310693 * p[8] - 0.14312539 * p[9] - 1.1369249 * p[7] +
+                            0.877972237 * p[6] - 0.225359601 * p[5] + 0.104907503 * p[4] -
+                            0.361511533 * p[3] - 0.00159835497 * p[2] + 1.00051129 * p[1] -
+                            4.2467102e-6 * p[0]);
+}
+
+TEST(LensAngle, MatchesThePlainPowerFormulaBitForBit) {
+  // Thetas 0.01 % apart from 0 to past the 70-degree view limit, and the odd ones out.
+  std::vector<float> thetas{1.2217305f, std::numeric_limits<float>::denorm_min(),
+                            std::numeric_limits<float>::quiet_NaN()};
+  for (float theta = 0.0f; theta < 1.25f; theta = std::nextafter(theta + theta * 1e-4f, 2.0f)) {
+    thetas.push_back(theta);
+  }
+  for (uint32_t lens : {kUpLens, kDownLens}) {
+    for (float theta : thetas) {
+      ASSERT_TRUE(sameBits(lensAngle(theta, lens), plainLensAngle(theta, lens)))
+          << "lens " << lens << " theta " << theta;
+    }
+  }
+}
+
 struct Calibration {
-  float rotX;
-  float rotZ;
+  float rotX, rotZ;
   uint32_t lens;
 };
 
@@ -37,8 +77,8 @@ cv::Mat referenceTable(const CameraModel& model) {
   cv::Rodrigues(cv::Vec3d(c.rotX, 0.0, c.rotZ), rotation);
   const cv::Matx33d r(rotation);
   const float focal = static_cast<float>(c.cameraMatrix.at<double>(0, 0));
-  const int cx = static_cast<int>(c.cameraMatrix.at<double>(0, 2));
-  const int cy = static_cast<int>(c.cameraMatrix.at<double>(1, 2));
+  const int cx = static_cast<int>(c.cameraMatrix.at<double>(0, 2)),
+            cy = static_cast<int>(c.cameraMatrix.at<double>(1, 2));
   const double scale = std::max(g.outWidth, g.outHeight);
   cv::Mat table =
       cv::Mat::zeros(static_cast<int>(g.outHeight), static_cast<int>(g.outWidth), CV_32FC2);
@@ -46,18 +86,16 @@ cv::Mat referenceTable(const CameraModel& model) {
     const float latitude = static_cast<float>(-2.0 * kPi * (i - g.outHeight * 0.5) / scale);
     for (uint32_t j = 0; j < g.outWidth; ++j) {
       const float longitude = static_cast<float>(2.0 * kPi * (j - g.outWidth * 0.5) / scale);
-      const float X = cosf(latitude) * sinf(longitude);
-      const float Y = -sinf(latitude);
-      const float Z = cosf(latitude) * cosf(longitude);
-      const double x = r(0, 0) * X + r(0, 1) * Y + r(0, 2) * Z + 0.0;
-      const double y = r(1, 0) * X + r(1, 1) * Y + r(1, 2) * Z + 0.0;
-      const double z = r(2, 0) * X + r(2, 1) * Y + r(2, 2) * Z + 0.0;
-      const double phi = std::atan2(-y, x);
-      const double theta = std::atan2(std::sqrt(x * x + y * y), z);
+      const float X = cosf(latitude) * sinf(longitude), Y = -sinf(latitude),
+                  Z = cosf(latitude) * cosf(longitude);
+      const double x = r(0, 0) * X + r(0, 1) * Y + r(0, 2) * Z + 0.0,
+                   y = r(1, 0) * X + r(1, 1) * Y + r(1, 2) * Z + 0.0,
+                   z = r(2, 0) * X + r(2, 1) * Y + r(2, 2) * Z + 0.0;
+      const double phi = std::atan2(-y, x), theta = std::atan2(std::sqrt(x * x + y * y), z);
       if (static_cast<float>(theta) > 1.2217304555555555) continue;
       const float radius = tanf(lensAngle(static_cast<float>(theta), g.lensSelector)) * focal;
-      const float u = static_cast<float>(std::cos(phi) * radius + cx);
-      const float v = static_cast<float>(cy - std::sin(phi) * radius);
+      const float u = static_cast<float>(std::cos(phi) * radius + cx),
+                  v = static_cast<float>(cy - std::sin(phi) * radius);
       if (u > g.size1 - 1.0 || v > g.size2 - 1.0 || u < 0 || v < 0) continue;
       table.at<cv::Vec2f>(static_cast<int>(i), static_cast<int>(j)) = cv::Vec2f(u, v);
     }
@@ -65,20 +103,13 @@ cv::Mat referenceTable(const CameraModel& model) {
   return table;
 }
 
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
-
 TEST(TableBuild, EqualsThePlainLoopBitForBitWhateverItSkips) {
   // Level and tilted views, rolled ones and a camera looking almost straight down, so that whole
   // rows and most cells lie beyond the 70 degree limit.
-  const Calibration calibrations[] = {{0.0f, 0.0f, kUpLens},
-                                      {0.35f, 0.0f, kUpLens},
-                                      {-0.8f, 0.3f, kDownLens},
-                                      {1.45f, -0.6f, kDownLens},
-                                      {-1.5f, 0.0f, kUpLens}};
-  for (const Calibration& c : calibrations) {
+  for (const Calibration& c :
+       {Calibration{0.0f, 0.0f, kUpLens}, Calibration{0.35f, 0.0f, kUpLens},
+        Calibration{-0.8f, 0.3f, kDownLens}, Calibration{1.45f, -0.6f, kDownLens},
+        Calibration{-1.5f, 0.0f, kUpLens}}) {
     CameraModel model = modelOf(c, 360, 180);
     const cv::Mat expected = referenceTable(model);
     ASSERT_GT(cv::countNonZero(expected.reshape(1)), 0) << "rotX " << c.rotX;
@@ -96,14 +127,10 @@ cv::Mat referenceProjection(const cv::Mat& shot, const cv::Mat& table,
   cv::Mat out = cv::Mat::zeros(table.size(), CV_8UC3);
   for (int i = 0; i < table.rows; ++i) {
     for (int j = 0; j < table.cols; ++j) {
-      const float u = table.at<cv::Vec2f>(i, j)[0];
-      const float v = table.at<cv::Vec2f>(i, j)[1];
-      if (u == 0.0f || v == 0.0f) continue;
-      if (!(u > 0 && v > 0 && u < shot.cols && v < shot.rows)) continue;  // damaged records
-      const int x0 = static_cast<int>(std::floor(u));
-      const int y0 = static_cast<int>(std::floor(v));
-      const float fx = u - x0;
-      const float fy = v - y0;
+      const float u = table.at<cv::Vec2f>(i, j)[0], v = table.at<cv::Vec2f>(i, j)[1];
+      if (!(u > 0 && v > 0 && u < shot.cols && v < shot.rows)) continue;  // unseen or damaged
+      const int x0 = static_cast<int>(std::floor(u)), y0 = static_cast<int>(std::floor(v));
+      const float fx = u - x0, fy = v - y0;
       cv::Vec3b& cell = out.at<cv::Vec3b>(i, j);
       if (x0 > 1 && x0 < static_cast<int>(geometry.size1) - 2 && y0 >= 2 &&
           y0 < static_cast<int>(geometry.size2) - 2) {
@@ -125,8 +152,8 @@ TEST(Projection, EqualsThePlainLoopOnRowsAndCellsItSkips) {
   CameraModel model = modelOf({0.9f, 0.2f, kUpLens}, 240, 120);
   model.computeTable(1);
   cv::Mat table = model.table().clone();
-  // Unseen cells inside a row's seen span, one coordinate zero, the shot's border rows and
-  // columns, and records of a damaged file.
+  // Unseen cells inside a row's seen span, one coordinate zero, the shot's borders, and records
+  // of a damaged file.
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const int middle = table.rows / 2;
   const cv::Vec2f odd[] = {{0.0f, 0.0f},    {0.0f, 5.5f},    {7.5f, 0.0f}, {0.5f, 0.5f},

@@ -12,19 +12,25 @@
 namespace velmora {
 namespace {
 
+using testing::TempDir;
+
 TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
   const struct {
     const char* text;
     double focal, centerX, centerY;
-    float rotX, extra1, rotZ, extra2, extra3, extra4;
+    cv::Vec6f floats;  // rotX, extra1, rotZ, extra2, extra3, extra4
   } cases[] = {
-      {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",  // labels ignored
-       1000.5, 2736.25, 1824, 0.25f, 9, -0.5f, 1, 2, 3},
-      {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, 0.5f, 0, 0, 0, 0, 0},
-      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, 0, 0, 0, 0, 0, 0},
-      {"", 0, 0, 0, 0, 0, 0, 0, 0, 0},
+      // Labels are ignored.
+      {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",
+       1000.5,
+       2736.25,
+       1824,
+       {0.25f, 9, -0.5f, 1, 2, 3}},
+      {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, {0.5f, 0, 0, 0, 0, 0}},
+      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, {}},
+      {"", 0, 0, 0, {}},
   };
-  testing::TempDir dir;
+  TempDir dir;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     testing::writeTextFile(dir.file("Up.txt"), c.text);
@@ -34,10 +40,8 @@ TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
     // The matrix's last row stays zero, as in the file format, never (0, 0, 1).
     const cv::Matx33d expected(c.focal, 0, c.centerX, 0, c.focal, c.centerY, 0, 0, 0);
     EXPECT_EQ(cv::norm(read.cameraMatrix, cv::Mat(expected), cv::NORM_INF), 0.0);
-    const float values[] = {read.rotX,   read.extra1, read.rotZ,
-                            read.extra2, read.extra3, read.extra4};
-    const float wanted[] = {c.rotX, c.extra1, c.rotZ, c.extra2, c.extra3, c.extra4};
-    for (int k = 0; k < 6; ++k) EXPECT_EQ(values[k], wanted[k]) << "float " << k;
+    EXPECT_EQ(cv::Vec6f(read.rotX, read.extra1, read.rotZ, read.extra2, read.extra3, read.extra4),
+              c.floats);
   }
   CameraCalibration untouched;
   untouched.rotX = 7.0f;
@@ -45,8 +49,6 @@ TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
   EXPECT_FALSE(untouched.hasCameraMatrix());
   EXPECT_EQ(untouched.rotX, 7.0f);
 }
-
-using testing::TempDir;
 
 constexpr std::size_t kTableBytes = 8 * 96 * 48;
 
@@ -69,7 +71,6 @@ TEST(TableCache, FileHoldsTheFloatPairsRowByRowAndLoadsBackBitForBit) {
   CameraModel loaded = configuredModel();
   ASSERT_TRUE(loadTable(loaded, dir.file("table_Up.bin")));
   EXPECT_EQ(std::memcmp(loaded.table().data, bytes.data(), kTableBytes), 0);
-  // Missing and short files are not loaded.
   CameraModel untouched = configuredModel();
   EXPECT_FALSE(loadTable(untouched, dir.file("none.bin")));
   testing::writeTextFile(dir.file("short.bin"), bytes.substr(1));
