@@ -1,6 +1,6 @@
 // The simulated camera against the library's projection table: its direction-to-pixel mapping
 // must reproduce the table and its pixel-to-direction mapping, through the inverse lens, undo it;
-// the default calibrations must close the ring.
+// the default calibrations must close the ring and the seen region follow the camera's tilt.
 #include "sim/simulated_camera.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "rig/camera_model.h"
+#include "sim/ground_truth.h"
 #include "sim/rig_camera.h"
 #include "sim/rig_frame.h"
 
@@ -84,6 +85,18 @@ TEST_P(SimulatedCameraTest, DefaultCalibrationLetsNeighboursOverlapAndLooksUpOrD
   EXPECT_THROW(SimulatedCamera(CameraCalibration(), geometry), std::runtime_error);
   EXPECT_THROW(SimulatedCamera(makeCalibration(-5.0, 200, 150, 0, 0), geometry),
                std::runtime_error);
+}
+
+TEST(GroundTruth, SeenRegionFollowsTheCamerasTilt) {
+  const ShotSize shot{400, 300};
+  for (RigCamera rigCamera : {RigCamera::Up, RigCamera::Down}) {
+    const cv::Mat seen = seenRegion(SimulatedCamera(defaultCalibration(rigCamera, shot),
+                                                    rigGeometry(rigCamera, shot, 256, 128)));
+    // The whole horizon, all around, is seen by both cameras; the zenith only by Up.
+    EXPECT_EQ(cv::countNonZero(seen.row(64)), 256) << cameraName(rigCamera);
+    EXPECT_EQ(cv::countNonZero(seen.row(0)) == 256, rigCamera == RigCamera::Up);
+    EXPECT_EQ(cv::countNonZero(seen.row(127)), 0) << cameraName(rigCamera);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(BothCameras, SimulatedCameraTest,
