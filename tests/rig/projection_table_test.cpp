@@ -68,10 +68,7 @@ TEST(ProjectionTable, DirectionsLandWhereTheRotationAndLensPutThem) {
   EXPECT_GT(std::abs(radiusAt(60.0, kDownLens) - radiusAt(60.0, kUpLens)), 1.0);  // lenses differ
 }
 
-TEST(ProjectionTable, RefusesAMissingConfigurationAnEmptyGridAndNumbersNoCameraHas) {
-  CameraModel unconfigured(CameraGeometry{100, 100, 64, 32, kUpLens});
-  EXPECT_THROW(unconfigured.computeTable(), Failure);
-  EXPECT_THROW(CameraModel(CameraGeometry{100, 100, 0, 32, kUpLens}), Failure);
+TEST(ProjectionTable, RefusesNumbersNoCameraHas) {
   const auto withMatrix = [](double focal, double centerX, double centerY) {
     CameraModel model(CameraGeometry{100, 100, 64, 32, kUpLens});
     model.calibration().cameraMatrix =
