@@ -168,8 +168,9 @@ TEST(PatchCost, SkipsOffsetsOutsideTheFirstImageClampsTheSecondAndNeedsJointVali
 TEST(PropagationSweeps, EqualCostsDoNotReplace) {
   // Zero gradients and prior: (3, 1) and (3, -1) cost the same, and only (10, 7) is visited.
   SweepInputs level;
-  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y = level.alpha0 =
-      level.alpha1 = cv::Mat::zeros(12, 20, CV_32F);  // one buffer
+  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y =
+      cv::Mat::zeros(12, 20, CV_32F);
+  level.alpha0 = level.alpha1 = cv::Mat::zeros(12, 20, CV_32F);  // one buffer
   level.alpha0.at<float>(7, 10) = 1.0f;
   level.prior = cv::Mat::zeros(12, 20, CV_32FC2);
   for (bool wide : {false, true}) {
