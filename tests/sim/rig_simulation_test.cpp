@@ -42,10 +42,15 @@ TEST(RigSimulation, WritesAShotPerPositionAndBracketTheConfigurationAndTheTruth)
   SimulationRequest request = smallRequest(RigCamera::Up, dir.path().string());
   request.exposures = {0.5f, 1.0f};
   SimulatedFiles files = simulateCamera(scene, request);
-  for (const auto& shots : files.shots) ASSERT_EQ(shots.size(), 2u);
-  EXPECT_EQ(files.shots[3],
-            (std::vector<std::string>{dir.file("Up_3_0.png"), dir.file("Up_3_1.png")}));
-  EXPECT_EQ(cv::imread(files.shots[3][1]).size(), cv::Size(160, 120));  // as the host passes it
+  for (int position = 0; position < 6; ++position) {
+    ASSERT_EQ(files.shots[position].size(), 2u);
+    for (size_t bracket = 0; bracket < 2; ++bracket) {
+      const std::string name = "Up_" + std::to_string(position) + "_" + std::to_string(bracket);
+      EXPECT_EQ(files.shots[position][bracket], dir.file(name + ".png"));
+      // Stored as the host passes the size.
+      EXPECT_EQ(cv::imread(files.shots[position][bracket]).size(), cv::Size(160, 120)) << name;
+    }
+  }
   EXPECT_EQ(shotsOfBracket(files, 1)[4], dir.file("Up_4_1.png"));
   EXPECT_LT(cv::mean(cv::imread(files.shots[2][0]))[0], cv::mean(cv::imread(files.shots[2][1]))[0]);
   EXPECT_EQ(cv::imread(files.truthPath).size(), cv::Size(128, 64));
@@ -58,7 +63,11 @@ TEST(RigSimulation, WritesAShotPerPositionAndBracketTheConfigurationAndTheTruth)
   request.writeGroundTruth = false;
   request.calibration = makeCalibration(90.0, 81.0, 58.0, 0.1f, 0.0f);
   files = simulateCamera(scene, request);
-  EXPECT_EQ(files.shots[5], std::vector<std::string>{dir.file("Down_5.png")});
+  for (int position = 0; position < 6; ++position) {
+    const std::string name = dir.file("Down_" + std::to_string(position) + ".png");
+    EXPECT_EQ(files.shots[position], std::vector<std::string>{name});
+    EXPECT_EQ(cv::imread(name).size(), cv::Size(160, 120)) << name;
+  }
   EXPECT_TRUE(files.truthPath.empty());
   EXPECT_FALSE(fs::exists(dir.file("Down_truth.png")));
   expectConfiguration(dir.file("Down.txt"), *request.calibration);
