@@ -13,7 +13,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t kVideoNameLength = 14;
 // The video camera renders mid-tones brighter than the stills; the tone matching of the HDR
 // stitch's video variant has this difference to take out.
 constexpr double kVideoGamma = 0.8;
@@ -52,13 +51,6 @@ class TemporaryFile {
 };
 
 }  // namespace
-
-std::string rigVideoPathBeside(const std::string& shotPath) {
-  const auto slash = shotPath.find_last_of('/');
-  const std::string folder = slash == std::string::npos ? "." : shotPath.substr(0, slash);
-  const std::string name = slash == std::string::npos ? shotPath : shotPath.substr(slash + 1);
-  return folder + "/" + name.substr(0, kVideoNameLength) + ".mp4";
-}
 
 void writeRigVideo(const cv::Mat& shot, const std::string& videoPath) {
   if ((kVideoFrameRegion & cv::Rect(0, 0, shot.cols, shot.rows)) != kVideoFrameRegion) {

@@ -11,10 +11,6 @@ namespace velmora::tool {
 // The upper camera's shot region that a video frame shows.
 inline const cv::Rect kVideoFrameRegion(736, 324, 4000, 3000);
 
-// The video the HDR stitch's video variant reads for a shot: the shot's folder ("." without one),
-// "/", the first 14 characters of its file name and ".mp4".
-std::string rigVideoPathBeside(const std::string& shotPath);
-
 // Writes a two-second clip at two frames a second with ffmpeg (found on PATH), every frame the
 // kVideoFrameRegion of `shot` (8-bit BGR) in the video camera's brighter tone rendition
 // (gamma 0.8). Throws std::runtime_error when the shot is smaller than 4736 x 3324 or ffmpeg

@@ -6,6 +6,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 
+#include "fusion/hdr_stitch.h"
 #include "sim/builtin_scene.h"
 #include "sim/rig_simulation.h"
 #include "velmora/command.h"
@@ -130,7 +131,7 @@ class SimulateCommand : public Command {
     const std::vector<std::string>& bracket = files.shots[5];
     const std::string& shotPath = bracket[std::min<size_t>(1, bracket.size() - 1)];
     const cv::Mat shot = cv::imread(shotPath, cv::IMREAD_COLOR);
-    const std::string videoPath = rigVideoPathBeside(shotPath);
+    const std::string videoPath = videoPathForShot(shotPath);
     writeRigVideo(shot, videoPath);
     std::cout << "  rig video     " << videoPath << " (2 s of the video camera's view of "
               << shotPath << ")" << std::endl;
