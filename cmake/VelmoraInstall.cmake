@@ -5,6 +5,7 @@
 #   bin/velmora                                   the command-line tool, when it is built
 #   share/velmora/isp/isp.bat, asset/*.pp3        the Linux colour step
 #   share/doc/velmora/README.md
+#   lib/python3/dist-packages/velmora/            the Python package (python/CMakeLists.txt)
 #   lib/cmake/Velmora/                            find_package(Velmora) -> Velmora::velmora
 #   lib/pkgconfig/velmora.pc
 #
