@@ -5,7 +5,8 @@
 #
 # Depends is computed by dpkg-shlibdeps (package dpkg-dev) from what the library and the tool
 # actually load: the OpenCV runtime packages, libc, libstdc++ and libgcc. The colour step and the
-# video steps start rawtherapee-cli and ffmpeg, hence the Recommends.
+# video steps start rawtherapee-cli and ffmpeg, and the Python package needs python3, hence the
+# Recommends.
 set(VELMORA_PACKAGE_MAINTAINER "Velmora maintainers <velmora@localhost>"
     CACHE STRING "Maintainer field of the Debian package")
 
@@ -18,8 +19,8 @@ set(CPACK_PACKAGE_DESCRIPTION
     "Velmora turns the shots of a rotating two-camera panoramic rig into equirectangular
 panoramas: optical-flow stitching, exposure fusion, panorama repair, a colour step and a
 video stitch driven by external tools. The package holds the shared library, its C header,
-the CMake package and the pkg-config file for linking it, the velmora command-line tool and
-the Linux colour-step script with its profiles.")
+the CMake package and the pkg-config file for linking it, the velmora command-line tool, the
+Linux colour-step script with its profiles and the Python package velmora.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
@@ -31,6 +32,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 # A shlibs file, so that packages built against this one depend on it, and the ldconfig trigger.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rawtherapee, ffmpeg")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rawtherapee, ffmpeg, python3")
 
 include(CPack)
