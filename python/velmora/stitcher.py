@@ -35,10 +35,10 @@ class Stitcher(LibraryHandle):
     the call is captured (and written on to standard error afterwards), and capturing calls of
     all objects run one at a time. Off by default.
 
-    Status codes: the stitch operations store 0 when they complete. init_camera stores a code
-    only when it fails, so after a failed init_camera the handle keeps -1 until a stitch
-    completes: a later init_camera raises again with ``held_before`` set, even when it worked.
-    Start again on a new Stitcher after a failed init_camera.
+    Status codes: the stitch operations store 0 when they complete; init_camera stores a code
+    only when it fails. So the code of any failed call stays in the handle until a stitch
+    completes, and an init_camera meanwhile raises with ``held_before`` set even when it worked:
+    after a failed init_camera, start again on a new Stitcher.
 
     Paths are passed unchanged, encoded with the file system encoding; relative paths are taken
     from the current working directory. Give folders without a trailing "/".
