@@ -54,6 +54,14 @@ def c_int_pair(values: Any, name: str) -> Tuple[int, int]:
     return c_int(first, f"{name}[0]"), c_int(second, f"{name}[1]")
 
 
+def camera_setup(config_path: Any, table_dir: Any, shot_size: Any,
+                 grid: Any) -> Tuple[bytes, bytes, int, int, int, int]:
+    """The arguments of a camera's Init: configuration path, table folder, shot width and
+    height, grid width and height."""
+    return (path_bytes(config_path, "config_path"), path_bytes(table_dir, "table_dir"),
+            *c_int_pair(shot_size, "shot_size"), *c_int_pair(grid, "grid"))
+
+
 def gains(values: Any, name: str = "gains") -> Tuple[float, float, float]:
     """Three real numbers: the red, green and blue white-balance gains."""
     items = _items(values, 3, name, "numbers (red, green, blue)")

@@ -22,6 +22,14 @@ class LibraryHandle:
     _get_code = ""
 
     def __init__(self, capture_errors: bool = False) -> None:
+        """Creates the handle, with status code 0 (a stitch handle with no pending colour step).
+
+        capture_errors: whether failed calls carry the library's error line (see Stitcher).
+
+        Raises:
+            OSError: the library cannot be loaded.
+            VelmoraError: -2, memory is exhausted.
+        """
         self._library = library.load_library()
         self._capture_errors = bool(capture_errors)
         self._lock = threading.Lock()

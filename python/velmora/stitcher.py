@@ -48,15 +48,6 @@ class Stitcher(LibraryHandle):
     _destroy = "ZEMU_DestroyOptFlowStitchHandle"
     _get_code = "ZEMU_GetOptFlowStitchCode"
 
-    def __init__(self, capture_errors: bool = False) -> None:
-        """Creates the handle (status 0, no pending colour step).
-
-        Raises:
-            OSError: the library cannot be loaded.
-            VelmoraError: -2, memory is exhausted.
-        """
-        super().__init__(capture_errors)
-
     def init_camera(self, config_path: PathArg, table_dir: PathArg, shot_size: Sequence[int],
                     grid: Sequence[int]) -> None:
         """Prepares one camera of the rig on this handle; the last call for a camera wins.
@@ -80,14 +71,9 @@ class Stitcher(LibraryHandle):
                 grid is not above 0, neither configuration nor table can be read, or the table
                 cannot be written; -2 when memory runs out.
         """
-        config = arguments.path_bytes(config_path, "config_path")
-        tables = arguments.path_bytes(table_dir, "table_dir")
-        width, height = arguments.c_int_pair(shot_size, "shot_size")
-        grid_width, grid_height = arguments.c_int_pair(grid, "grid")
+        setup = arguments.camera_setup(config_path, table_dir, shot_size, grid)
         init = self._library.ZEMU_InitOptFlowStitchHandle
-        self._run("init_camera",
-                  lambda handle: init(handle, config, tables, width, height, grid_width,
-                                      grid_height), stores_zero=False)
+        self._run("init_camera", lambda handle: init(handle, *setup), stores_zero=False)
 
     def stitch(self, config_path: PathArg, shots: Sequence[PathArg], output_path: PathArg,
                gains: Sequence[float] = _NEUTRAL_GAINS) -> None:

@@ -25,15 +25,6 @@ class VideoStitcher(LibraryHandle):
     _destroy = "ZEMU_DestroyVideoStitchHandle"
     _get_code = "ZEMU_GetVideoStitchCode"
 
-    def __init__(self, capture_errors: bool = False) -> None:
-        """Creates the handle (status 0).
-
-        Raises:
-            OSError: the library cannot be loaded.
-            VelmoraError: -2, memory is exhausted.
-        """
-        super().__init__(capture_errors)
-
     def init_camera(self, config_path: PathArg, table_dir: PathArg, shot_size: Sequence[int],
                     grid: Sequence[int]) -> None:
         """Records the Up camera's configuration path, table folder, shot size (width, height)
@@ -42,14 +33,9 @@ class VideoStitcher(LibraryHandle):
         Raises:
             VelmoraError: -2 when memory runs out.
         """
-        config = arguments.path_bytes(config_path, "config_path")
-        tables = arguments.path_bytes(table_dir, "table_dir")
-        width, height = arguments.c_int_pair(shot_size, "shot_size")
-        grid_width, grid_height = arguments.c_int_pair(grid, "grid")
+        setup = arguments.camera_setup(config_path, table_dir, shot_size, grid)
         init = self._library.ZEMU_InitVideoStitchHandle
-        self._run("init_camera",
-                  lambda handle: init(handle, config, tables, width, height, grid_width,
-                                      grid_height), stores_zero=False)
+        self._run("init_camera", lambda handle: init(handle, *setup), stores_zero=False)
 
     def stitch_video(self, video_path: PathArg, output_path: PathArg,
                      panorama_path: Optional[PathArg] = None) -> Tuple[float, float]:
