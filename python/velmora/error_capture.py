@@ -44,8 +44,10 @@ def run_capturing_standard_error(call: Callable[[], Result]) -> Tuple[Result, st
             try:
                 result = call()
             finally:
-                flush_standard_streams()
-                os.dup2(saved, _STANDARD_ERROR)
+                try:
+                    flush_standard_streams()
+                finally:
+                    os.dup2(saved, _STANDARD_ERROR)
         finally:
             os.close(saved)
             capture.seek(0)

@@ -26,8 +26,9 @@ class VelmoraError(RuntimeError):
     Attributes:
         operation: the method that failed ("init_camera", "stitch", ...).
         code: the signed status code: -1 (`FAILURE`) or -2 (`OUT_OF_MEMORY`).
-        line: the library's error line, when the handle was created with ``capture_errors=True``
-            and the library wrote one; otherwise None.
+        line: with ``capture_errors=True``, the last line written to standard error during the
+            call: the library's error line (external programs the library runs write there
+            too); None without capture or when nothing was written.
         held_before: True when the handle already held this code before the call. Init and the
             video handle's functions store a code only when they fail, so a failure's code stays;
             the call itself may then have succeeded (see the handle classes).

@@ -35,7 +35,7 @@ class LibraryHandle:
         self._lock = threading.Lock()
         self._handle: Optional[int] = getattr(self._library, self._create)()
         if not self._handle:
-            raise VelmoraError(self._create, OUT_OF_MEMORY)
+            raise VelmoraError(f"{type(self).__name__}()", OUT_OF_MEMORY)
 
     @property
     def closed(self) -> bool:
