@@ -385,8 +385,9 @@ VELMORA_API void ZEMU_InitVideoStitchHandle(void* h, const char* modelConfigPath
  *           never overlap within the process.
  * Reads     videoPath + ".jpg" (written by ffmpeg next to the video, deleted after reading);
  *           panoramaPath; the Up configuration and table file.
- * Writes    the table file when it is missing or short. The composed panorama is not written;
- *           the external stitcher writes its own output.
+ * Writes    the table file when there is none; a table file that is there is used as it is,
+ *           whatever grid it was made for, and never replaced. The composed panorama is not
+ *           written; the external stitcher writes its own output.
  * Prints    "execute video stitch start.", "===================zemu-ffmpeg===================",
  *           "execute video stitch done" and the separator.
  * Status    untouched on success. -1, without a message, when no frame could be grabbed; -1

@@ -5,6 +5,7 @@
 
 #include "api/status.h"
 #include "common/atomic_file.h"
+#include "common/zeroed_mat.h"
 
 namespace velmora {
 
@@ -21,18 +22,29 @@ size_t tableBytes(const CameraGeometry& geometry) {
   return size_t{8} * geometry.outWidth * geometry.outHeight;
 }
 
-}  // namespace
-
-bool loadTable(CameraModel& model, const std::string& path) {
+// Reads the file at path into a table of the model's grid that starts out all unseen (0, 0), up
+// to the grid's size. Returns false when the file cannot be opened, or when `whole` and it holds
+// fewer bytes than the grid needs; the model keeps its table then.
+bool readTableFile(CameraModel& model, const std::string& path, bool whole) {
   File file(std::fopen(path.c_str(), "rb"));
   if (!file) return false;
   const CameraGeometry& geometry = model.geometry();
-  cv::Mat table(static_cast<int>(geometry.outHeight), static_cast<int>(geometry.outWidth),
-                CV_32FC2);
+  cv::Mat table = zeroedMat(static_cast<int>(geometry.outHeight),
+                            static_cast<int>(geometry.outWidth), CV_32FC2);
   const size_t bytes = tableBytes(geometry);
-  if (std::fread(table.data, 1, bytes, file.get()) != bytes) return false;
+  if (std::fread(table.data, 1, bytes, file.get()) != bytes && whole) return false;
   model.setTable(std::move(table));
   return true;
+}
+
+}  // namespace
+
+bool loadTable(CameraModel& model, const std::string& path) {
+  return readTableFile(model, path, true);
+}
+
+bool loadTableAsFound(CameraModel& model, const std::string& path) {
+  return readTableFile(model, path, false);
 }
 
 void writeTable(const CameraModel& model, const std::string& path) {
@@ -50,6 +62,10 @@ void buildTable(CameraModel& model, const std::string& path) {
 
 void ensureTable(CameraModel& model, const std::string& path) {
   if (!loadTable(model, path)) buildTable(model, path);
+}
+
+void ensureTableKeepingFile(CameraModel& model, const std::string& path) {
+  if (!loadTableAsFound(model, path)) buildTable(model, path);
 }
 
 }  // namespace velmora

@@ -42,7 +42,9 @@ cv::Mat projectCanvas(const VideoStitchHandle& handle, const cv::Mat& canvas) {
                                 static_cast<uint32_t>(handle.panoramaHeight), kUpLens};
   CameraModel model(geometry);
   model.readConfiguration(handle.modelConfigPath);
-  ensureTable(model, handle.tableDir + "/table_Up.bin");
+  // The folder may be a stitch handle's, whose table is for another grid (the panorama without
+  // its bands): it is used as it is and never replaced.
+  ensureTableKeepingFile(model, handle.tableDir + "/table_Up.bin");
   cv::Mat turned;
   cv::rotate(canvas, turned, cv::ROTATE_90_COUNTERCLOCKWISE);
   return projectShot(turned, model.table(), geometry);
