@@ -91,7 +91,9 @@
  * output.
  *
  * Images are read and written by file extension through OpenCV's image codecs. An input image
- * that is missing, not an image, or a JPEG or PNG file that ends early counts as unreadable.
+ * that is missing, not an image, or a JPEG or PNG file whose image ends early (before the end
+ * marker after its scan data, or before its IEND chunk) counts as unreadable. Data after the
+ * image's end, as cameras append it (padding, trailers, a video), is ignored.
  * Framed panoramas carry black bands of trunc(0.12 x grid height) rows above and below.
  *
  * ---- Threads ----------------------------------------------------------------------------------

@@ -9,8 +9,9 @@
 namespace velmora {
 
 // Reads an image file as 8-bit BGR. Returns an empty Mat when the path is not a regular file, is
-// unreadable, not an image, or a JPEG or PNG file that ends before its end marker (a truncated
-// transfer, which the decoders would otherwise fill with grey).
+// unreadable, not an image, or a JPEG or PNG file whose image data ends early (a truncated
+// transfer, which the decoders would otherwise fill with grey). Data after the image's end is
+// ignored.
 cv::Mat readColorImage(const std::string& path);
 
 // Writes image to path in the format its extension names, with the encoder parameters given.
