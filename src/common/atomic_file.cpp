@@ -5,6 +5,7 @@
 
 #ifdef _WIN32
 #include <process.h>
+#include <windows.h>
 #define velmora_getpid _getpid
 #else
 #include <unistd.h>
@@ -25,9 +26,12 @@ std::string temporarySiblingOf(const std::string& path) {
 bool commitTemporaryFile(const std::string& temporary, const std::string& path, bool written) {
   if (written) {
 #ifdef _WIN32
-    std::remove(path.c_str());
-#endif
+    // Replaces path in one step; when it fails the old file stays.
+    written = MoveFileExA(temporary.c_str(), path.c_str(),
+                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+#else
     written = std::rename(temporary.c_str(), path.c_str()) == 0;
+#endif
   }
   if (!written) std::remove(temporary.c_str());
   return written;
