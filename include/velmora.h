@@ -41,8 +41,9 @@
  * completes; Init and the video handle's functions store a code only when they fail, so a
  * failure stays visible until the next stitch Execute completes (stitch handle) or for the
  * handle's whole life (video handle). Read the code after every call. No exception ever leaves
- * the library. Every image the library writes goes to a hidden temporary file beside its path
- * and is renamed into place, so the path holds either the whole image or what it held before.
+ * the library. Every file the library writes (images and table files) goes to a hidden
+ * temporary file beside its path and is renamed into place, so the path holds either the whole
+ * new file or what it held before (see "Files and paths").
  *
  * Arguments: a null handle is harmless (Init and Execute print "<function>: null handle." on
  * standard error and return, GetCode returns 4294967295, Destroy does nothing). A null path
@@ -80,7 +81,20 @@
  * Projection table cache: "<table folder>/table_Up.bin" and "<table folder>/table_Down.bin",
  * 8 bytes per panorama grid cell (two little-endian 32-bit floats), no header. A file holding at
  * least a whole grid's worth of bytes is trusted as it is, so delete it after changing the
- * camera's configuration or grid size; a missing or shorter file is computed and written.
+ * camera's configuration or grid size; a missing or shorter file is computed and written by the
+ * stitch handle's Init and Execute. The video stitch uses "table_Up.bin" as it finds it and
+ * writes one only when there is none, so a folder shared with a stitch handle keeps the stitch's
+ * table. Processes and handles may share a table folder, also initialising the same camera at
+ * the same moment: each writes the whole table and renames it into place.
+ *
+ * Writing images and tables: a write that fails (a full disk, a missing or read-only folder)
+ * ends the call with -1 and "Write image: <path> error." or "Write table: <path> error."; the
+ * path keeps what it held before and no temporary stays behind. A process killed while the
+ * library writes leaves the path as it was, and may leave the hidden temporary
+ * ".velmora-<process id>-<n>-<file name>" beside it. The library never reads such a file. Init
+ * deletes those of its table file from the table folder once they have not been modified for an
+ * hour (younger ones may be a concurrent writer's); those beside images are the host's to
+ * delete.
  *
  * External programs (the colour step's "isp.bat", "ffmpeg", "zemu-ffmpeg-velmora") run as one
  * command line (on Linux through "/bin/sh -c"; on Windows as a process without a console window,

@@ -3,6 +3,7 @@
 #include "api/camera_choice.h"
 #include "api/console.h"
 #include "api/status.h"
+#include "common/atomic_file.h"
 #include "rig/table_cache.h"
 
 namespace velmora {
@@ -30,6 +31,8 @@ void initCamera(StitchHandle& handle, const CameraInitRequest& request) {
   }
   handle.tableDir = request.tableDir;
 
+  // Temporaries of this table left by writers killed before their rename.
+  removeAbandonedTemporariesOf(handle.tablePath(*camera));
   CameraModel model(handle.geometry(*camera));
   model.readConfiguration(request.configPath);
   ensureTable(model, handle.tablePath(*camera));

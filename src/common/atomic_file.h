@@ -1,8 +1,10 @@
 // Files that appear whole or not at all: the bytes go to a hidden temporary file beside the
 // destination, which is renamed into place only once it is complete. A crash or a failed write
-// never leaves a truncated file under the destination's name.
+// never leaves a truncated file under the destination's name; a process killed while writing
+// leaves its hidden temporary ".velmora-<process id>-<n>-<name>", which nothing reads.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 
@@ -19,5 +21,13 @@ bool commitTemporaryFile(const std::string& temporary, const std::string& path, 
 // Writes `size` bytes to path through a temporary sibling. Returns false, leaving path as it
 // was, when any step fails.
 bool writeFileAtomically(const std::string& path, const void* data, size_t size);
+
+// A temporary untouched for this long belongs to a writer that is gone: a live one writes its
+// bytes in one go and renames the file at once.
+inline constexpr std::chrono::hours kAbandonedAfter{1};
+
+// Removes the temporaries that temporarySiblingOf named for path and that have not been modified
+// for kAbandonedAfter. Files of other names, and temporaries that may still be in use, are left.
+void removeAbandonedTemporariesOf(const std::string& path);
 
 }  // namespace velmora
