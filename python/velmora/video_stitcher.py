@@ -53,8 +53,8 @@ class VideoStitcher(LibraryHandle):
             in the current working directory (runs of the latter never overlap in a process).
         Reads: video_path + ".jpg" (deleted after reading), panorama_path, the Up configuration
             and table file.
-        Writes: the table file when it is missing or short; the external stitcher writes its
-            own output.
+        Writes: the table file when there is none (one that is there is used as it is and
+            never replaced); the external stitcher writes its own output.
 
         Returns:
             The two values the library reports (outA, outB).
