@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "fuzz_scratch.h"
 #include "rig/camera_config.h"
 #include "rig/camera_model.h"

@@ -2,8 +2,8 @@
 
 #include "api/camera_choice.h"
 #include "api/console.h"
-#include "api/status.h"
 #include "common/atomic_file.h"
+#include "common/status.h"
 #include "rig/table_cache.h"
 
 namespace velmora {

@@ -6,7 +6,7 @@
 #include <new>
 
 #include "api/console.h"
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora {
 

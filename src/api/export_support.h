@@ -5,9 +5,9 @@
 
 #include "api/console.h"
 #include "api/export_guard.h"
-#include "api/status.h"
 #include "api/stitch_handle.h"
 #include "api/video_stitch_handle.h"
+#include "common/status.h"
 
 namespace velmora {
 

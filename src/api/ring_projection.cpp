@@ -2,8 +2,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "api/status.h"
 #include "common/parallel_items.h"
+#include "common/status.h"
 #include "rig/projection.h"
 #include "rig/table_cache.h"
 

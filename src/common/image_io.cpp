@@ -4,9 +4,9 @@
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 
-#include "api/status.h"
 #include "common/atomic_file.h"
 #include "common/image_completeness.h"
+#include "common/status.h"
 
 namespace velmora {
 

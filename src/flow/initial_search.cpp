@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora {
 namespace {

@@ -7,7 +7,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "api/status.h"
+#include "common/status.h"
 #include "flow/bilinear_sample.h"
 #include "flow/initial_search.h"
 

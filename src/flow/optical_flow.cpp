@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-#include "api/status.h"
 #include "common/concurrency_gate.h"
+#include "common/status.h"
 #include "flow/flow_pyramid.h"
 #include "flow/level_refinement.h"
 

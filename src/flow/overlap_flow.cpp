@@ -2,7 +2,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "common/worker_threads.h"
 #include "flow/initial_search.h"
 #include "flow/optical_flow.h"

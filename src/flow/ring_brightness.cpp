@@ -4,8 +4,8 @@
 #include <opencv2/imgproc.hpp>
 #include <string>
 
-#include "api/status.h"
 #include "common/parallel_items.h"
+#include "common/status.h"
 #include "flow/pixel_rounding.h"
 
 namespace velmora {

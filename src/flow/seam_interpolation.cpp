@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "flow/pixel_rounding.h"
 
 namespace velmora {

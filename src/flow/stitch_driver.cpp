@@ -5,7 +5,7 @@
 #include <opencv2/imgproc.hpp>
 #include <string>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "common/worker_threads.h"
 #include "flow/overlap_flow.h"
 #include "flow/ring_brightness.h"

@@ -1,9 +1,9 @@
 #include "fusion/bracket_front.h"
 
 #include "api/console.h"
-#include "api/status.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
+#include "common/status.h"
 #include "common/worker_threads.h"
 #include "fusion/exposure_fusion.h"
 

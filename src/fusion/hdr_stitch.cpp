@@ -4,8 +4,8 @@
 
 #include "api/console.h"
 #include "api/ring_projection.h"
-#include "api/status.h"
 #include "common/image_io.h"
+#include "common/status.h"
 #include "flow/stitch_driver.h"
 #include "fusion/tone_match.h"
 #include "fusion/video_composite.h"

@@ -5,9 +5,9 @@
 
 #include "api/console.h"
 #include "api/ring_projection.h"
-#include "api/status.h"
 #include "common/feathered_rectangle.h"
 #include "common/image_io.h"
+#include "common/status.h"
 #include "flow/stitch_driver.h"
 #include "repair/edge_box.h"
 #include "repair/panorama_sector.h"

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "common/worker_threads.h"
 #include "common/zeroed_mat.h"
 

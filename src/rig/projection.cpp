@@ -8,7 +8,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "api/status.h"
+#include "common/status.h"
 #include "common/worker_threads.h"
 
 namespace velmora {

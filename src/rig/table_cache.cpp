@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "api/status.h"
 #include "common/atomic_file.h"
+#include "common/status.h"
 #include "common/zeroed_mat.h"
 
 namespace velmora {

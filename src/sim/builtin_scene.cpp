@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora::sim {
 

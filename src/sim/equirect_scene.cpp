@@ -1,6 +1,6 @@
 #include "sim/equirect_scene.h"
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora::sim {
 

@@ -3,7 +3,7 @@
 #include <opencv2/imgproc.hpp>
 #include <string>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "sim/parallel_rows.h"
 
 namespace velmora::sim {

@@ -4,7 +4,7 @@
 #include <limits>
 #include <sstream>
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora::sim {
 

@@ -6,7 +6,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <system_error>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "sim/ground_truth.h"
 #include "sim/shot_exposure.h"
 #include "sim/simulated_camera.h"

@@ -1,6 +1,6 @@
 #include "sim/shot_exposure.h"
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora::sim {
 

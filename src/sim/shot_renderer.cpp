@@ -3,7 +3,7 @@
 #include <cmath>
 #include <string>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "rig/lens.h"
 #include "sim/parallel_rows.h"
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <opencv2/calib3d.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "rig/lens.h"
 
 namespace velmora::sim {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora {
 

@@ -3,8 +3,8 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "api/console.h"
-#include "api/status.h"
 #include "common/image_io.h"
+#include "common/status.h"
 #include "tools/black_bands.h"
 #include "tools/isp_script.h"
 #include "tools/saturation.h"

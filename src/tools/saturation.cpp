@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 
 namespace velmora {
 

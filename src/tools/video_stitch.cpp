@@ -4,8 +4,8 @@
 #include <opencv2/core.hpp>
 
 #include "api/console.h"
-#include "api/status.h"
 #include "common/image_io.h"
+#include "common/status.h"
 #include "rig/camera_model.h"
 #include "rig/projection.h"
 #include "rig/table_cache.h"

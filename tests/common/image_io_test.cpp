@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "support/test_support.h"
 
 namespace velmora::testing {

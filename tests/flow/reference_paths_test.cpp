@@ -9,7 +9,7 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "flow/flow_pyramid.h"
 #include "flow/level_refinement.h"
 #include "flow/optical_flow.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "flow/flow_test_images.h"
 #include "flow/overlap_flow.h"
 

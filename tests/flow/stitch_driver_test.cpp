@@ -5,7 +5,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "flow/flow_test_images.h"
 #include "flow/overlap_flow.h"
 #include "flow/ring_brightness.h"

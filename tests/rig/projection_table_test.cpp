@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "rig/camera_model.h"
 #include "rig/lens.h"
 #include "rig/projection.h"

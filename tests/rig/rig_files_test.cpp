@@ -4,7 +4,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "rig/camera_config.h"
 #include "rig/table_cache.h"
 #include "support/test_support.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <filesystem>
 
-#include "api/status.h"
+#include "common/status.h"
 #include "support/test_support.h"
 #include "tools/black_bands.h"
 #include "tools/file_copy.h"

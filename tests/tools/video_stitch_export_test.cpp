@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "api/console.h"
-#include "api/status.h"
 #include "api/video_stitch_handle.h"
+#include "common/status.h"
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
 #include "tools/path_separators.h"
