@@ -1,8 +1,8 @@
 #include "api/camera_init.h"
 
 #include "api/camera_choice.h"
-#include "api/console.h"
 #include "common/atomic_file.h"
+#include "common/console.h"
 #include "common/status.h"
 #include "rig/table_cache.h"
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <new>
 
-#include "api/console.h"
+#include "common/console.h"
 #include "common/status.h"
 
 namespace velmora {

@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "api/console.h"
 #include "api/export_guard.h"
 #include "api/stitch_handle.h"
 #include "api/video_stitch_handle.h"
+#include "common/console.h"
 #include "common/status.h"
 
 namespace velmora {

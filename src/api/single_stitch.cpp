@@ -3,8 +3,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/camera_choice.h"
-#include "api/console.h"
 #include "api/ring_projection.h"
+#include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
 #include "common/status.h"

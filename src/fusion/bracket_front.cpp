@@ -1,6 +1,6 @@
 #include "fusion/bracket_front.h"
 
-#include "api/console.h"
+#include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
 #include "common/status.h"

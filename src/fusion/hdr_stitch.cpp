@@ -2,8 +2,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "api/console.h"
 #include "api/ring_projection.h"
+#include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
 #include "flow/stitch_driver.h"

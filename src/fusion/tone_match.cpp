@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <opencv2/imgproc.hpp>
 
-#include "api/console.h"
+#include "common/console.h"
 
 namespace velmora {
 namespace {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "api/console.h"
+#include "common/console.h"
 #include "fusion/color_conversion.h"
 
 namespace velmora {

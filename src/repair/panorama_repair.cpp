@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <opencv2/imgproc.hpp>
 
-#include "api/console.h"
 #include "api/ring_projection.h"
+#include "common/console.h"
 #include "common/feathered_rectangle.h"
 #include "common/image_io.h"
 #include "common/status.h"

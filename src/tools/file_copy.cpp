@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "api/console.h"
+#include "common/console.h"
 
 namespace velmora {
 

@@ -2,7 +2,7 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "api/console.h"
+#include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
 #include "tools/black_bands.h"

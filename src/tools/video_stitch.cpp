@@ -3,7 +3,7 @@
 #include <mutex>
 #include <opencv2/core.hpp>
 
-#include "api/console.h"
+#include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
 #include "rig/camera_model.h"

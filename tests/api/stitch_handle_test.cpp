@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "api/camera_choice.h"
-#include "api/console.h"
 #include "api/simulated_bracket.h"
+#include "common/console.h"
 
 namespace velmora::testing {
 namespace {

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 
-#include "api/console.h"
 #include "api/stitch_handle.h"
+#include "common/console.h"
 #include "support/test_support.h"
 #include "tools/process_runner.h"
 #include "tools/saturation.h"

@@ -10,8 +10,8 @@
 #include <sstream>
 #include <thread>
 
-#include "api/console.h"
 #include "api/video_stitch_handle.h"
+#include "common/console.h"
 #include "common/status.h"
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
