@@ -77,7 +77,7 @@ class Inputs {
   const std::string& config() const { return config_; }
   std::string output(const char* name) const { return folder_ + "/" + name; }
   velmora::CameraGeometry geometry() const {
-    return static_cast<velmora::StitchHandle*>(handle_)->geometry(velmora::Camera::Up);
+    return static_cast<velmora::StitchHandle*>(handle_)->camera(velmora::Camera::Up).geometry;
   }
 
  private:

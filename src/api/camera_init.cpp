@@ -31,11 +31,12 @@ void initCamera(StitchHandle& handle, const CameraInitRequest& request) {
   }
   handle.tableDir = request.tableDir;
 
+  const CameraSetup setup = handle.camera(*camera);
   // Temporaries of this table left by writers killed before their rename.
-  removeAbandonedTemporariesOf(handle.tablePath(*camera));
-  CameraModel model(handle.geometry(*camera));
+  removeAbandonedTemporariesOf(setup.tablePath);
+  CameraModel model(setup.geometry);
   model.readConfiguration(request.configPath);
-  ensureTable(model, handle.tablePath(*camera));
+  ensureTable(model, setup.tablePath);
 
   console::out(*camera == Camera::Up ? "Init UpCam done." : "Init DownCam done.");
   console::out(console::kSeparator);

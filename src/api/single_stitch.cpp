@@ -34,11 +34,10 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
     throw Failure("Expected six shot paths, got " + std::to_string(request.imagePaths.size()) +
                   ".");
   }
-  requireInitialised(handle, *camera);
-  const CameraGeometry geometry = handle.geometry(*camera);
-  // The stored pair is (height, width) for Up and (width, height) for Down.
-  const cv::Size shotSize = *camera == Camera::Up ? cv::Size(geometry.size2, geometry.size1)
-                                                  : cv::Size(geometry.size1, geometry.size2);
+  const CameraSetup setup = handle.camera(*camera);
+  requireInitialised(setup);
+  const CameraGeometry& geometry = setup.geometry;
+  const cv::Size shotSize = setup.shotSize();
 
   // Each shot is read and balanced on its own (several at a time); a shot that cannot be used is
   // reported, the first in path order, once all are back.
@@ -56,7 +55,7 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
       return;
     }
   }
-  std::vector<cv::Mat> projected = projectRing(handle, *camera, std::move(shots));
+  std::vector<cv::Mat> projected = projectRing(setup, std::move(shots));
 
   cv::Mat stitched;
   stitchRing(stitched, projected, kHeadStepDegrees, kShotsPerRing,

@@ -2,19 +2,19 @@
 
 namespace velmora {
 
-CameraGeometry StitchHandle::geometry(Camera camera) const {
-  if (camera == Camera::Up) {
-    return CameraGeometry{upHeight, upWidth, upOutWidth, upOutHeight, kUpLens};
+CameraSetup StitchHandle::camera(Camera which) const {
+  CameraSetup setup;
+  setup.camera = which;
+  if (which == Camera::Up) {
+    setup.geometry = CameraGeometry{upHeight, upWidth, upOutWidth, upOutHeight, kUpLens};
+    setup.configPath = upConfigPath;
+    setup.tablePath = tableDir + "/table_Up.bin";
+  } else {
+    setup.geometry = CameraGeometry{downWidth, downHeight, downOutWidth, downOutHeight, kDownLens};
+    setup.configPath = downConfigPath;
+    setup.tablePath = tableDir + "/table_Down.bin";
   }
-  return CameraGeometry{downWidth, downHeight, downOutWidth, downOutHeight, kDownLens};
-}
-
-const std::string& StitchHandle::configPath(Camera camera) const {
-  return camera == Camera::Up ? upConfigPath : downConfigPath;
-}
-
-std::string StitchHandle::tablePath(Camera camera) const {
-  return tableDir + (camera == Camera::Up ? "/table_Up.bin" : "/table_Down.bin");
+  return setup;
 }
 
 }  // namespace velmora

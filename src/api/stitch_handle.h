@@ -6,11 +6,9 @@
 #include <map>
 #include <string>
 
-#include "rig/camera_model.h"
+#include "rig/camera_setup.h"
 
 namespace velmora {
-
-enum class Camera { Up, Down };
 
 struct StitchHandle {
   std::string upConfigPath;
@@ -30,11 +28,9 @@ struct StitchHandle {
   std::map<std::string, std::string> pendingIsp;
   int32_t code = 0;
 
-  // The camera model's geometry as Init recorded it for this camera.
-  CameraGeometry geometry(Camera camera) const;
-  const std::string& configPath(Camera camera) const;
+  // The camera as Init recorded it: its geometry, its configuration and its table at
   // tableDir + "/table_Up.bin" or "/table_Down.bin".
-  std::string tablePath(Camera camera) const;
+  CameraSetup camera(Camera which) const;
 };
 
 }  // namespace velmora

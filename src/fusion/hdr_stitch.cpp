@@ -94,18 +94,18 @@ void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
   WhiteBalanceGains& gains = request.gains;
   limitWhiteBalanceGains(gains.red, gains.green, gains.blue);
 
-  requireInitialised(handle, Camera::Up);
-  if (request.withVideo) requireInitialised(handle, Camera::Down);
+  requireInitialised(handle.camera(Camera::Up));
+  if (request.withVideo) requireInitialised(handle.camera(Camera::Down));
   if (!checkBracketShots(handle, request.shots, request.exposureCount)) {
     handle.code = kStatusFailure;
     return;
   }
   std::vector<cv::Mat> fused = fuseBrackets(request.shots, request.exposureCount, gains);
 
-  std::vector<cv::Mat> upperRing = projectRing(handle, Camera::Up, std::move(fused));
+  std::vector<cv::Mat> upperRing = projectRing(handle.camera(Camera::Up), std::move(fused));
   std::vector<cv::Mat> lowerRing;
   if (request.withVideo) {
-    lowerRing = projectRing(handle, Camera::Down, readLowerShots(request.shots, gains));
+    lowerRing = projectRing(handle.camera(Camera::Down), readLowerShots(request.shots, gains));
     if (lowerRing[0].size() != upperRing[0].size()) {
       throw Failure("The video variant needs equal panorama grids for both cameras.");
     }

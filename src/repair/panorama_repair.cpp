@@ -83,13 +83,13 @@ void repairRectangles(cv::Mat& panorama, const std::vector<cv::Mat>& ring,
 
 void executePanoRepair(StitchHandle& handle, const RepairRequest& request) {
   console::out("Optical Flow Stitch start.");
-  requireInitialised(handle, Camera::Up);
+  requireInitialised(handle.camera(Camera::Up));
   if (!checkBracketShots(handle, request.shots, kRepairExposures)) {
     handle.code = kStatusFailure;
     return;
   }
-  std::vector<cv::Mat> ring =
-      projectRing(handle, Camera::Up, fuseBrackets(request.shots, kRepairExposures, request.gains));
+  std::vector<cv::Mat> ring = projectRing(
+      handle.camera(Camera::Up), fuseBrackets(request.shots, kRepairExposures, request.gains));
   cv::Mat panorama;
   stitchRing(panorama, ring, kHeadStepDegrees, kHeadPositions, static_cast<unsigned>(ring[0].cols),
              static_cast<unsigned>(ring[0].rows));

@@ -113,7 +113,7 @@ class SingleStitchQuality : public ::testing::Test {
     std::vector<cv::Mat> shots;
     for (const auto& path : run.shots) shots.push_back(readColorImage(path));
     const auto& handle = *static_cast<const StitchHandle*>(run.handle);
-    const std::vector<cv::Mat> projected = projectRing(handle, camera, shots);
+    const std::vector<cv::Mat> projected = projectRing(handle.camera(camera), shots);
     const int width = projected[0].cols, band = width / 6;
     cv::Mat strip(projected[0].rows, band * 6, CV_8UC3);
     for (int i = 0; i < 6; ++i) {
