@@ -3,13 +3,13 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/camera_choice.h"
-#include "api/ring_projection.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
 #include "common/status.h"
 #include "flow/stitch_driver.h"
 #include "fusion/white_balance.h"
+#include "rig/ring_projection.h"
 #include "tools/black_bands.h"
 
 namespace velmora {

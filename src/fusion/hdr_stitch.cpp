@@ -2,7 +2,6 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "api/ring_projection.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
@@ -10,6 +9,7 @@
 #include "fusion/tone_match.h"
 #include "fusion/video_composite.h"
 #include "fusion/white_balance.h"
+#include "rig/ring_projection.h"
 #include "tools/black_bands.h"
 #include "tools/frame_grab.h"
 #include "tools/isp_script.h"

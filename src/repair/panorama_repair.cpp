@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <opencv2/imgproc.hpp>
 
-#include "api/ring_projection.h"
 #include "common/console.h"
 #include "common/feathered_rectangle.h"
 #include "common/image_io.h"
@@ -11,6 +10,7 @@
 #include "flow/stitch_driver.h"
 #include "repair/edge_box.h"
 #include "repair/panorama_sector.h"
+#include "rig/ring_projection.h"
 #include "tools/black_bands.h"
 #include "tools/isp_script.h"
 

@@ -8,10 +8,10 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "api/ring_projection.h"
 #include "api/simulated_bracket.h"
 #include "api/stitch_handle.h"
 #include "common/image_io.h"
+#include "rig/ring_projection.h"
 #include "sim/builtin_scene.h"
 #include "sim/ground_truth.h"
 #include "sim/rig_simulation.h"

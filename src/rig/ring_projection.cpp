@@ -1,4 +1,4 @@
-#include "api/ring_projection.h"
+#include "rig/ring_projection.h"
 
 #include <opencv2/core.hpp>
 
