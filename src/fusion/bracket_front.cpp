@@ -29,7 +29,7 @@ std::vector<std::string> bracketSlotsFromHost(const char* const* shots) {
   return slots;
 }
 
-bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string>& shots,
+bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots,
                        int exposureCount) {
   if (shots.size() != kHeadPositions * kSlotsPerPosition) {
     throw Failure("Expected 18 shot slots, got " + std::to_string(shots.size()) + ".");
@@ -37,7 +37,6 @@ bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string
   if (exposureCount < 2 || exposureCount > kSlotsPerPosition) {
     throw Failure("Exposure count must be 2 or 3, got " + std::to_string(exposureCount) + ".");
   }
-  const cv::Size upSize(static_cast<int>(handle.upWidth), static_cast<int>(handle.upHeight));
   // The shots are decoded several at a time; the first unusable one in slot order is reported.
   std::vector<std::size_t> slots;
   for (int p = 0; p < kHeadPositions; ++p) {
@@ -46,7 +45,7 @@ bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string
   std::vector<char> usable(slots.size(), 0);
   runForEachItem(slots.size(), [&](std::size_t i) {
     const cv::Mat shot = readColorImage(shots[slots[i]]);
-    usable[i] = !shot.empty() && shot.size() == upSize;
+    usable[i] = !shot.empty() && shot.size() == shotSize;
   });
   for (std::size_t i = 0; i < slots.size(); ++i) {
     if (!usable[i]) {

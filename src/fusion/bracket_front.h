@@ -2,10 +2,9 @@
 // shots and fusing every head position's exposures.
 #pragma once
 
+#include <opencv2/core.hpp>
 #include <string>
 #include <vector>
-
-#include "api/stitch_handle.h"
 
 namespace velmora {
 
@@ -23,12 +22,11 @@ struct WhiteBalanceGains {
 std::vector<std::string> bracketSlotsFromHost(const char* const* shots);
 
 // Reads shot p x 3 + e for every position p and exposure e below exposureCount and checks it
-// against the Up camera's recorded size. The first shot that cannot be read or has another size
-// prints "Read imgPath: <path> error." on standard error and makes the result false. `shots`
-// must hold 18 paths (unused slots may be empty); exposureCount must be 2 or 3 (Failure
-// otherwise).
-bool checkBracketShots(const StitchHandle& handle, const std::vector<std::string>& shots,
-                       int exposureCount);
+// against `shotSize`, the Up camera's shot size as Init recorded it. The first shot that cannot be
+// read or has another size prints "Read imgPath: <path> error." on standard error and makes the
+// result false. `shots` must hold 18 paths (unused slots may be empty); exposureCount must be 2 or
+// 3 (Failure otherwise).
+bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots, int exposureCount);
 
 // Fuses every head position's exposures on six threads, one per position, handing the paths of
 // slot 2, 1 and 0 (empty beyond exposureCount) to the exposure fusion. Every thread is joined;

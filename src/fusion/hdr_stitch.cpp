@@ -96,7 +96,8 @@ void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
 
   requireInitialised(handle.camera(Camera::Up));
   if (request.withVideo) requireInitialised(handle.camera(Camera::Down));
-  if (!checkBracketShots(handle, request.shots, request.exposureCount)) {
+  if (!checkBracketShots(handle.camera(Camera::Up).shotSize(), request.shots,
+                         request.exposureCount)) {
     handle.code = kStatusFailure;
     return;
   }

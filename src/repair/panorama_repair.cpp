@@ -84,7 +84,7 @@ void repairRectangles(cv::Mat& panorama, const std::vector<cv::Mat>& ring,
 void executePanoRepair(StitchHandle& handle, const RepairRequest& request) {
   console::out("Optical Flow Stitch start.");
   requireInitialised(handle.camera(Camera::Up));
-  if (!checkBracketShots(handle, request.shots, kRepairExposures)) {
+  if (!checkBracketShots(handle.camera(Camera::Up).shotSize(), request.shots, kRepairExposures)) {
     handle.code = kStatusFailure;
     return;
   }
