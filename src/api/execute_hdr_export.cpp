@@ -15,6 +15,8 @@ extern "C" VELMORA_API void ZEMU_ExecuteOptFlowStitchHDRHandle(void* h, const ch
     request.withVideo = videoFlag != 0;
     request.gains = velmora::WhiteBalanceGains{red, green, blue};
     request.exposureCount = exposureCount;
-    velmora::executeHdrStitch(handle, std::move(request));
+    handle.code = velmora::executeHdrStitch(handle.camera(velmora::Camera::Up),
+                                            handle.camera(velmora::Camera::Down),
+                                            std::move(request), handle.pendingIsp);
   });
 }

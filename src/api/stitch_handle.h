@@ -3,10 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 
 #include "rig/camera_setup.h"
+#include "tools/pending_isp.h"
 
 namespace velmora {
 
@@ -24,8 +24,7 @@ struct StitchHandle {
   uint32_t upOutHeight = 0;
   uint32_t downOutWidth = 0;
   uint32_t downOutHeight = 0;
-  // Final image path -> intermediate image awaiting the colour step, visited in key order.
-  std::map<std::string, std::string> pendingIsp;
+  PendingIspTable pendingIsp;
   int32_t code = 0;
 
   // The camera as Init recorded it: its geometry, its configuration and its table at

@@ -55,11 +55,11 @@ cv::Mat toneSourceOf(const std::string& shotPath) {
 }
 
 // The colour step of the upper panorama and the composite of the lower view into it.
-void finishWithVideo(const StitchHandle& handle, const Panoramas& panoramas,
+void finishWithVideo(const CameraGeometry& up, const Panoramas& panoramas,
                      const std::string& outputPath) {
-  const int width = static_cast<int>(handle.upOutWidth);
-  const int height = static_cast<int>(handle.upOutHeight);
-  const int bandRows = blackBandRows(handle.upOutHeight);
+  const int width = static_cast<int>(up.outWidth);
+  const int height = static_cast<int>(up.outHeight);
+  const int bandRows = blackBandRows(up.outHeight);
 
   const console::Stopwatch ispClock;
   installIspProfile(measureSaturation(panoramas.upper));
@@ -88,25 +88,24 @@ std::string videoPathForShot(const std::string& shotPath) {
   return directory + "/" + name.substr(0, kVideoNameLength) + ".mp4";
 }
 
-void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
+StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
+                            HdrStitchRequest request, PendingIspTable& pending) {
   console::Stopwatch clock;
   console::out("Optical Flow Stitch start.");
   WhiteBalanceGains& gains = request.gains;
   limitWhiteBalanceGains(gains.red, gains.green, gains.blue);
 
-  requireInitialised(handle.camera(Camera::Up));
-  if (request.withVideo) requireInitialised(handle.camera(Camera::Down));
-  if (!checkBracketShots(handle.camera(Camera::Up).shotSize(), request.shots,
-                         request.exposureCount)) {
-    handle.code = kStatusFailure;
-    return;
+  requireInitialised(up);
+  if (request.withVideo) requireInitialised(down);
+  if (!checkBracketShots(up.shotSize(), request.shots, request.exposureCount)) {
+    return kStatusFailure;
   }
   std::vector<cv::Mat> fused = fuseBrackets(request.shots, request.exposureCount, gains);
 
-  std::vector<cv::Mat> upperRing = projectRing(handle.camera(Camera::Up), std::move(fused));
+  std::vector<cv::Mat> upperRing = projectRing(up, std::move(fused));
   std::vector<cv::Mat> lowerRing;
   if (request.withVideo) {
-    lowerRing = projectRing(handle.camera(Camera::Down), readLowerShots(request.shots, gains));
+    lowerRing = projectRing(down, readLowerShots(request.shots, gains));
     if (lowerRing[0].size() != upperRing[0].size()) {
       throw Failure("The video variant needs equal panorama grids for both cameras.");
     }
@@ -131,8 +130,7 @@ void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
     const cv::Mat frame = grabVideoFrame(videoPath);
     if (frame.empty()) {
       console::err("Read video frame: ", videoPath, ".jpg error.");
-      handle.code = kStatusFailure;
-      return;
+      return kStatusFailure;
     }
     matchToneToReference(toneSource, frame, panoramas.lower);
   }
@@ -141,13 +139,13 @@ void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request) {
   if (!request.withVideo) {
     const std::string intermediate = request.outputPath + ".jpg";
     writeImage(intermediate, panoramas.upper);
-    handle.pendingIsp.insert({request.outputPath, intermediate});
+    pending.insert({request.outputPath, intermediate});
   } else {
-    finishWithVideo(handle, panoramas, request.outputPath);
+    finishWithVideo(up.geometry, panoramas, request.outputPath);
   }
   console::out("Optical flow stitch finished.");
   console::out(console::kSeparator);
-  handle.code = kStatusOk;
+  return kStatusOk;
 }
 
 }  // namespace velmora

@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "api/stitch_handle.h"
+#include "common/status.h"
 #include "fusion/bracket_front.h"
+#include "rig/camera_setup.h"
+#include "tools/pending_isp.h"
 
 namespace velmora {
 
@@ -19,13 +21,15 @@ struct HdrStitchRequest {
   int exposureCount = 3;
 };
 
-// Without the video flag writes the panorama to outputPath + ".jpg" and records
-// (outputPath -> outputPath + ".jpg") as pending for the colour step. With it, stitches the
-// lower camera with the upper camera's flow fields, matches its tones to a frame of the rig's
-// video, runs the colour step and writes the composite to outputPath as JPEG quality 85.
-// Detected failures print their line and store -1 (an unreadable or wrongly sized shot; an
-// unreadable video frame); other failures throw. Stores 0 on success.
-void executeHdrStitch(StitchHandle& handle, HdrStitchRequest request);
+// Stitches the bracketed shots of the `up` camera. Without the video flag writes the panorama to
+// outputPath + ".jpg" and records (outputPath -> outputPath + ".jpg") in `pending` for the
+// colour step. With it, stitches the `down` camera with the upper camera's flow fields, matches
+// its tones to a frame of the rig's video, runs the colour step and writes the composite to
+// outputPath as JPEG quality 85. Detected failures print their line and return kStatusFailure
+// (an unreadable or wrongly sized shot; an unreadable video frame); other failures throw, a
+// camera that was never initialised included. Returns kStatusOk on success.
+StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
+                            HdrStitchRequest request, PendingIspTable& pending);
 
 // The rig video beside a shot: the shot's directory, "/", the first 14 characters of its file
 // name and ".mp4" ("." is the directory of a name without "/").
