@@ -20,6 +20,6 @@ extern "C" VELMORA_API void ZEMU_ExecutePanoRepairHandle(void* h, const char** s
       request.rectangles.emplace_back(lefts[i], tops[i], widths[i], heights[i]);
     }
     request.gains = velmora::WhiteBalanceGains{red, green, blue};
-    velmora::executePanoRepair(handle, request);
+    handle.code = velmora::executePanoRepair(handle.camera(velmora::Camera::Up), request);
   });
 }

@@ -81,22 +81,21 @@ void repairRectangles(cv::Mat& panorama, const std::vector<cv::Mat>& ring,
   }
 }
 
-void executePanoRepair(StitchHandle& handle, const RepairRequest& request) {
+StatusCode executePanoRepair(const CameraSetup& up, const RepairRequest& request) {
   console::out("Optical Flow Stitch start.");
-  requireInitialised(handle.camera(Camera::Up));
-  if (!checkBracketShots(handle.camera(Camera::Up).shotSize(), request.shots, kRepairExposures)) {
-    handle.code = kStatusFailure;
-    return;
+  requireInitialised(up);
+  if (!checkBracketShots(up.shotSize(), request.shots, kRepairExposures)) {
+    return kStatusFailure;
   }
-  std::vector<cv::Mat> ring = projectRing(
-      handle.camera(Camera::Up), fuseBrackets(request.shots, kRepairExposures, request.gains));
+  std::vector<cv::Mat> ring =
+      projectRing(up, fuseBrackets(request.shots, kRepairExposures, request.gains));
   cv::Mat panorama;
   stitchRing(panorama, ring, kHeadStepDegrees, kHeadPositions, static_cast<unsigned>(ring[0].cols),
              static_cast<unsigned>(ring[0].rows));
 
-  const int bandRows = blackBandRows(handle.upOutHeight);
+  const int bandRows = blackBandRows(up.geometry.outHeight);
   repairRectangles(panorama, ring, request.rectangles, bandRows);
-  const cv::Mat framed = addBlackBands(panorama, bandRows, static_cast<int>(handle.upOutWidth));
+  const cv::Mat framed = addBlackBands(panorama, bandRows, static_cast<int>(up.geometry.outWidth));
 
   console::out(console::kIspSection);
   const std::string intermediate = request.outputPath + ".jpg";
@@ -108,7 +107,7 @@ void executePanoRepair(StitchHandle& handle, const RepairRequest& request) {
 
   console::out("Optical flow stitch finished.");
   console::out(console::kSeparator);
-  handle.code = kStatusOk;
+  return kStatusOk;
 }
 
 }  // namespace velmora

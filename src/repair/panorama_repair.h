@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "api/stitch_handle.h"
+#include "common/status.h"
 #include "fusion/bracket_front.h"
+#include "rig/camera_setup.h"
 
 namespace velmora {
 
@@ -19,15 +20,16 @@ struct RepairRequest {
   WhiteBalanceGains gains;
 };
 
-// Stitches the panorama from the fused shots, then for every rectangle in the host's order finds
-// the edges inside it, picks the sector whose head position covers them and pastes that shot's
-// projected pixels over the edge box with a 50-pixel feathered border; later rectangles see
-// earlier repairs. A rectangle whose structure lies outside its sector's span prints
+// Stitches the panorama from the fused shots of the `up` camera, then for every rectangle in the
+// host's order finds the edges inside it, picks the sector whose head position covers them and
+// pastes that shot's projected pixels over the edge box with a 50-pixel feathered border; later
+// rectangles see earlier repairs. A rectangle whose structure lies outside its sector's span prints
 // "<i>th ROI over cur sphere." and is skipped, as is one outside the panorama (with a line on
 // standard error). The framed result goes through the colour script and is written to
-// outputPath. An unreadable or wrongly sized shot prints its line and stores -1; other failures
-// throw. Stores 0 on success.
-void executePanoRepair(StitchHandle& handle, const RepairRequest& request);
+// outputPath. An unreadable or wrongly sized shot prints its line and returns kStatusFailure;
+// other failures throw, a camera that was never initialised included. Returns kStatusOk on
+// success.
+StatusCode executePanoRepair(const CameraSetup& up, const RepairRequest& request);
 
 // The repair loop of executePanoRepair: `panorama` is the stitched panorama (8-bit BGR, no bands),
 // `ring` the six projected shots (BGR or BGRA) in head-position order as the stitch left them, and
