@@ -7,7 +7,9 @@ extern "C" {
 
 VELMORA_API void ZEMU_ExecuteISPHandle(void* h, const char* name) {
   velmora::withStitchHandle(h, __func__, [&](velmora::StitchHandle& handle) {
-    velmora::executeIsp(handle, velmora::requireText(name, "image name"));
+    velmora::executeIsp(handle.pendingIsp, handle.camera(velmora::Camera::Up).geometry,
+                        velmora::requireText(name, "image name"));
+    handle.code = velmora::kStatusOk;
   });
 }
 

@@ -27,30 +27,30 @@ void chooseProfileFor(const std::string& intermediatePath) {
 }
 
 // Reads what the script left at finalPath, frames it with the black bands and writes it back.
-void frameScriptResult(const StitchHandle& handle, const std::string& finalPath) {
+void frameScriptResult(const CameraGeometry& up, const std::string& finalPath) {
   const cv::Mat result = readColorImage(finalPath);
   if (result.empty()) {
     throw Failure("ISP: the script left no readable image at " + finalPath + ".");
   }
-  const int panoramaWidth = static_cast<int>(handle.upOutWidth);
+  const int panoramaWidth = static_cast<int>(up.outWidth);
   if (result.cols != panoramaWidth) {
     throw Failure("ISP: the script's result " + finalPath + " is " + std::to_string(result.cols) +
                   " columns wide, the panorama " + std::to_string(panoramaWidth) + ".");
   }
-  const cv::Mat framed = addBlackBands(result, blackBandRows(handle.upOutHeight), panoramaWidth);
+  const cv::Mat framed = addBlackBands(result, blackBandRows(up.outHeight), panoramaWidth);
   writeImage(finalPath, framed, {cv::IMWRITE_JPEG_QUALITY, kFinalJpegQuality});
 }
 
 }  // namespace
 
-void executeIsp(StitchHandle& handle, const std::string& name) {
+void executeIsp(const PendingIspTable& pending, const CameraGeometry& up, const std::string& name) {
   console::out("ISP process start.");
-  const auto pending = handle.pendingIsp.find(name);
-  if (pending == handle.pendingIsp.end()) {
+  const auto entry = pending.find(name);
+  if (entry == pending.end()) {
     console::out(name, " not found.");
   } else {
-    const std::string& finalPath = pending->first;
-    const std::string& intermediatePath = pending->second;
+    const std::string& finalPath = entry->first;
+    const std::string& intermediatePath = entry->second;
     chooseProfileFor(intermediatePath);
 
     console::Stopwatch stopwatch;
@@ -58,11 +58,10 @@ void executeIsp(StitchHandle& handle, const std::string& name) {
     runIspScript(finalPath, intermediatePath);
     console::printDuration("ISP spend time : ", stopwatch);
 
-    frameScriptResult(handle, finalPath);
+    frameScriptResult(up, finalPath);
   }
   console::out("ISP process finished.");
   console::out(console::kSeparator);
-  handle.code = kStatusOk;
 }
 
 }  // namespace velmora
