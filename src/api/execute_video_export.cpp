@@ -16,7 +16,10 @@ VELMORA_API void ZEMU_ExecuteVideoStitchHandle(void* h, const char* panoramaPath
     request.outputPath = velmora::requireText(outputPath, "output path");
     request.outA = outA;
     request.outB = outB;
-    velmora::executeVideoStitch(handle, request);
+    if (!velmora::executeVideoStitch(handle.upperCamera(), request, handle.panoramaWidth,
+                                     handle.panoramaHeight)) {
+      handle.code = velmora::kStatusFailure;
+    }
   });
 }
 

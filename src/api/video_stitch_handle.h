@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "rig/camera_setup.h"
+
 namespace velmora {
 
 struct VideoStitchHandle {
@@ -16,6 +18,11 @@ struct VideoStitchHandle {
   std::string modelConfigPath;
   std::string tableDir;
   int32_t code = 0;
+
+  // The upper camera as the video stitch builds it: size1 and size2 from the stored parameters,
+  // lens 0, the configuration and tableDir + "/table_Up.bin"; its grid is left 0 x 0 for the
+  // panorama the stitch reads.
+  CameraSetup upperCamera() const;
 };
 
 }  // namespace velmora

@@ -35,16 +35,15 @@ void requireOutputs(const VideoStitchRequest& request) {
 }
 
 // The upper camera's view of the canvas on the panorama's grid.
-cv::Mat projectCanvas(const VideoStitchHandle& handle, const cv::Mat& canvas) {
-  const CameraGeometry geometry{static_cast<uint32_t>(handle.firstParameter),
-                                static_cast<uint32_t>(handle.secondParameter),
-                                static_cast<uint32_t>(handle.panoramaWidth),
-                                static_cast<uint32_t>(handle.panoramaHeight), kUpLens};
+cv::Mat projectCanvas(const CameraSetup& upper, cv::Size panorama, const cv::Mat& canvas) {
+  CameraGeometry geometry = upper.geometry;
+  geometry.outWidth = static_cast<uint32_t>(panorama.width);
+  geometry.outHeight = static_cast<uint32_t>(panorama.height);
   CameraModel model(geometry);
-  model.readConfiguration(handle.modelConfigPath);
+  model.readConfiguration(upper.configPath);
   // The folder may be a stitch handle's, whose table is for another grid (the panorama without
   // its bands): it is used as it is and never replaced.
-  ensureTableKeepingFile(model, handle.tableDir + "/table_Up.bin");
+  ensureTableKeepingFile(model, upper.tablePath);
   cv::Mat turned;
   cv::rotate(canvas, turned, cv::ROTATE_90_COUNTERCLOCKWISE);
   return projectShot(turned, model.table(), geometry);
@@ -59,24 +58,24 @@ void runVideoStitcher(const VideoStitchRequest& request) {
 
 }  // namespace
 
-void executeVideoStitch(VideoStitchHandle& handle, const VideoStitchRequest& request) {
+bool executeVideoStitch(const CameraSetup& upper, const VideoStitchRequest& request,
+                        int32_t& panoramaWidth, int32_t& panoramaHeight) {
   console::out("execute video stitch start.");
   requireOutputs(request);
   // The paths themselves are not checked up front: a missing or unreadable video shows as a
   // frame that was not produced.
   const cv::Mat frame = grabVideoFrame(request.videoPath);
-  if (frame.empty()) {
-    handle.code = kStatusFailure;
-    return;
-  }
+  if (frame.empty()) return false;
   const cv::Mat canvas = placeFrameOnCanvas(frame);
 
   const cv::Mat panorama =
       request.panoramaPath.empty() ? cv::Mat() : readColorImage(request.panoramaPath);
-  handle.panoramaWidth = panorama.cols;
-  handle.panoramaHeight = panorama.rows;
+  panoramaWidth = panorama.cols;
+  panoramaHeight = panorama.rows;
   // Without a panorama the composition field is empty: there is nothing to project for.
-  if (!panorama.empty()) composeProjectedFrame(panorama, projectCanvas(handle, canvas));
+  if (!panorama.empty()) {
+    composeProjectedFrame(panorama, projectCanvas(upper, panorama.size(), canvas));
+  }
 
   *request.outA = kOutA;
   *request.outB = kOutB;
@@ -85,6 +84,7 @@ void executeVideoStitch(VideoStitchHandle& handle, const VideoStitchRequest& req
   runVideoStitcher(request);
   console::out("execute video stitch done");
   console::out(console::kSeparator);
+  return true;
 }
 
 }  // namespace velmora
