@@ -32,7 +32,6 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/photo.hpp>
 
-#include "api/stitch_handle.h"
 #include "bench_memory.h"
 #include "common/image_io.h"
 #include "common/worker_threads.h"
@@ -76,8 +75,11 @@ class Inputs {
   const std::vector<std::string>& bracket() const { return bracket_; }
   const std::string& config() const { return config_; }
   std::string output(const char* name) const { return folder_ + "/" + name; }
+  // The Up camera's geometry as Init records it from these sizes: its shots are turned a
+  // quarter, so the stored height comes first.
   velmora::CameraGeometry geometry() const {
-    return static_cast<velmora::StitchHandle*>(handle_)->camera(velmora::Camera::Up).geometry;
+    return velmora::CameraGeometry{kShotHeight, kShotWidth, kGridWidth, kGridHeight,
+                                   velmora::kUpLens};
   }
 
  private:
