@@ -1,12 +1,10 @@
 // velmora simulate: renders the six shots of one or both rig cameras from an equirectangular
 // scene (a file or the built-in scene) and writes them with each camera's configuration file and
 // the ground truth; on request also the rig video beside the upper camera's shots.
-#include <algorithm>
 #include <iostream>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 
-#include "fusion/hdr_stitch.h"
 #include "sim/builtin_scene.h"
 #include "sim/rig_simulation.h"
 #include "velmora/command.h"
@@ -126,15 +124,12 @@ class SimulateCommand : public Command {
     requireProgram("ffmpeg", "--video encodes the rig video with ffmpeg");
   }
 
-  // The video shows what shot 16 (position 5, the middle exposure of a bracket) shows.
   void writeVideoBeside(const sim::SimulatedFiles& files) const {
-    const std::vector<std::string>& bracket = files.shots[5];
-    const std::string& shotPath = bracket[std::min<size_t>(1, bracket.size() - 1)];
-    const cv::Mat shot = cv::imread(shotPath, cv::IMREAD_COLOR);
-    const std::string videoPath = videoPathForShot(shotPath);
-    writeRigVideo(shot, videoPath);
-    std::cout << "  rig video     " << videoPath << " (2 s of the video camera's view of "
-              << shotPath << ")" << std::endl;
+    const sim::RigVideoFiles video = sim::rigVideoFiles(files);
+    const cv::Mat shot = cv::imread(video.shotPath, cv::IMREAD_COLOR);
+    writeRigVideo(shot, video.videoPath);
+    std::cout << "  rig video     " << video.videoPath << " (2 s of the video camera's view of "
+              << video.shotPath << ")" << std::endl;
   }
 
   void report(sim::RigCamera camera, const sim::SimulatedFiles& files) const {

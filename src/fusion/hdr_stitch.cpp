@@ -9,6 +9,7 @@
 #include "fusion/tone_match.h"
 #include "fusion/video_composite.h"
 #include "fusion/white_balance.h"
+#include "rig/rig_video_path.h"
 #include "rig/ring_projection.h"
 #include "tools/black_bands.h"
 #include "tools/frame_grab.h"
@@ -24,7 +25,6 @@ constexpr float kHeadStepDegrees = 60.0f;
 // exposure 1), and that part.
 constexpr int kToneSourceSlot = 16;
 const cv::Rect kToneSourceRegion(736, 324, 4000, 3000);
-constexpr size_t kVideoNameLength = 14;
 constexpr int kFinalJpegQuality = 85;
 
 struct Panoramas {
@@ -80,13 +80,6 @@ void finishWithVideo(const CameraGeometry& up, const Panoramas& panoramas,
 }
 
 }  // namespace
-
-std::string videoPathForShot(const std::string& shotPath) {
-  const auto slash = shotPath.find_last_of('/');
-  const std::string directory = slash == std::string::npos ? "." : shotPath.substr(0, slash);
-  const std::string name = slash == std::string::npos ? shotPath : shotPath.substr(slash + 1);
-  return directory + "/" + name.substr(0, kVideoNameLength) + ".mp4";
-}
 
 StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
                             HdrStitchRequest request, PendingIspTable& pending) {

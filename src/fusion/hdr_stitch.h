@@ -31,8 +31,4 @@ struct HdrStitchRequest {
 StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
                             HdrStitchRequest request, PendingIspTable& pending);
 
-// The rig video beside a shot: the shot's directory, "/", the first 14 characters of its file
-// name and ".mp4" ("." is the directory of a name without "/").
-std::string videoPathForShot(const std::string& shotPath);
-
 }  // namespace velmora

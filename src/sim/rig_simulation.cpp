@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "common/status.h"
+#include "rig/rig_video_path.h"
 #include "sim/ground_truth.h"
 #include "sim/shot_exposure.h"
 #include "sim/simulated_camera.h"
@@ -139,6 +140,13 @@ std::vector<std::string> shotsOfBracket(const SimulatedFiles& files, size_t brac
     paths.push_back(position[bracket]);
   }
   return paths;
+}
+
+RigVideoFiles rigVideoFiles(const SimulatedFiles& files) {
+  const std::vector<std::string>& position = files.shots[5];
+  if (position.empty()) throw Failure("No shot at head position 5.");
+  const std::string& shotPath = position[std::min<size_t>(1, position.size() - 1)];
+  return RigVideoFiles{shotPath, videoPathForShot(shotPath)};
 }
 
 }  // namespace velmora::sim

@@ -57,4 +57,12 @@ SimulatedFiles simulateCamera(const cv::Mat& scene, const SimulationRequest& req
 // The six shot paths of one bracket index in head-position order, ready for the library.
 std::vector<std::string> shotsOfBracket(const SimulatedFiles& files, size_t bracket);
 
+// The shot the rig video shows and the video's path, named as the HDR stitch looks for it beside
+// that shot: shot 16 of a bracket (position 5, the middle exposure), or position 5's only shot.
+struct RigVideoFiles {
+  std::string shotPath;
+  std::string videoPath;
+};
+RigVideoFiles rigVideoFiles(const SimulatedFiles& files);
+
 }  // namespace velmora::sim
