@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/camera_choice.h"
+#include "common/black_bands.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
@@ -10,7 +11,6 @@
 #include "flow/stitch_driver.h"
 #include "fusion/white_balance.h"
 #include "rig/ring_projection.h"
-#include "tools/black_bands.h"
 
 namespace velmora {
 

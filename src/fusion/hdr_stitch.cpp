@@ -2,6 +2,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "common/black_bands.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
@@ -11,7 +12,6 @@
 #include "fusion/white_balance.h"
 #include "rig/rig_video_path.h"
 #include "rig/ring_projection.h"
-#include "tools/black_bands.h"
 #include "tools/frame_grab.h"
 #include "tools/isp_script.h"
 #include "tools/saturation.h"

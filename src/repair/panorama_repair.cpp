@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <opencv2/imgproc.hpp>
 
+#include "common/black_bands.h"
 #include "common/console.h"
 #include "common/feathered_rectangle.h"
 #include "common/image_io.h"
@@ -11,7 +12,6 @@
 #include "repair/edge_box.h"
 #include "repair/panorama_sector.h"
 #include "rig/ring_projection.h"
-#include "tools/black_bands.h"
 #include "tools/isp_script.h"
 
 namespace velmora {

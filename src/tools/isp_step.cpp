@@ -2,10 +2,10 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "common/black_bands.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/status.h"
-#include "tools/black_bands.h"
 #include "tools/isp_script.h"
 #include "tools/saturation.h"
 

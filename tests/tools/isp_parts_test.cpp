@@ -5,9 +5,9 @@
 #include <cmath>
 #include <filesystem>
 
+#include "common/black_bands.h"
 #include "common/status.h"
 #include "support/test_support.h"
-#include "tools/black_bands.h"
 #include "tools/file_copy.h"
 #include "tools/isp_script.h"
 #include "tools/saturation.h"

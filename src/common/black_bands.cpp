@@ -1,4 +1,4 @@
-#include "tools/black_bands.h"
+#include "common/black_bands.h"
 
 #include <string>
 
