@@ -5,6 +5,7 @@
 #include "common/black_bands.h"
 #include "common/console.h"
 #include "common/image_io.h"
+#include "common/saturation.h"
 #include "common/status.h"
 #include "flow/stitch_driver.h"
 #include "fusion/tone_match.h"
@@ -14,7 +15,6 @@
 #include "rig/ring_projection.h"
 #include "tools/frame_grab.h"
 #include "tools/isp_script.h"
-#include "tools/saturation.h"
 
 namespace velmora {
 

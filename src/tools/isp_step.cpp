@@ -5,9 +5,9 @@
 #include "common/black_bands.h"
 #include "common/console.h"
 #include "common/image_io.h"
+#include "common/saturation.h"
 #include "common/status.h"
 #include "tools/isp_script.h"
-#include "tools/saturation.h"
 
 namespace velmora {
 

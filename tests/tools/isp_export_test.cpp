@@ -7,9 +7,9 @@
 
 #include "api/stitch_handle.h"
 #include "common/console.h"
+#include "common/saturation.h"
 #include "support/test_support.h"
 #include "tools/process_runner.h"
-#include "tools/saturation.h"
 #include "tools/scoped_process_state.h"
 #include "velmora.h"
 

@@ -6,11 +6,11 @@
 #include <filesystem>
 
 #include "common/black_bands.h"
+#include "common/saturation.h"
 #include "common/status.h"
 #include "support/test_support.h"
 #include "tools/file_copy.h"
 #include "tools/isp_script.h"
-#include "tools/saturation.h"
 
 namespace velmora {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/saturation.h"
+#include "common/saturation.h"
 
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
