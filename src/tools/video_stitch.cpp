@@ -9,9 +9,9 @@
 #include "rig/camera_model.h"
 #include "rig/projection.h"
 #include "rig/table_cache.h"
+#include "rig/video_composition.h"
 #include "tools/frame_grab.h"
 #include "tools/process_runner.h"
-#include "tools/video_composition.h"
 #include "tools/video_frame_placement.h"
 #include "tools/video_stitcher_command.h"
 

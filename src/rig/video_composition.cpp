@@ -1,4 +1,4 @@
-#include "tools/video_composition.h"
+#include "rig/video_composition.h"
 
 #include <string>
 
