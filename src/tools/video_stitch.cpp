@@ -10,9 +10,9 @@
 #include "rig/projection.h"
 #include "rig/table_cache.h"
 #include "rig/video_composition.h"
+#include "rig/video_frame_placement.h"
 #include "tools/frame_grab.h"
 #include "tools/process_runner.h"
-#include "tools/video_frame_placement.h"
 #include "tools/video_stitcher_command.h"
 
 namespace velmora {

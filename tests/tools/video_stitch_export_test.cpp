@@ -14,12 +14,12 @@
 #include "common/console.h"
 #include "common/status.h"
 #include "rig/video_composition.h"
+#include "rig/video_frame_placement.h"
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
 #include "tools/path_separators.h"
 #include "tools/process_runner.h"
 #include "tools/scoped_process_state.h"
-#include "tools/video_frame_placement.h"
 #include "tools/video_stitcher_command.h"
 #include "velmora.h"
 

@@ -1,4 +1,4 @@
-#include "tools/video_frame_placement.h"
+#include "rig/video_frame_placement.h"
 
 #include <string>
 
