@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "api/stitch_handle.h"
+#include "rig/camera_setup.h"
 
 namespace velmora {
 
