@@ -5,10 +5,14 @@
 #                 benchmarks, the fuzz targets) use the public header or the layers below.
 #   RULE=tool     the command-line tool includes only the public header, the simulator's headers
 #                 and its own files (apps/velmora/, included as "velmora/...").
+#   RULE=layers   a library folder includes only its own headers and those of the folders below
+#                 it: common, rig, flow, tools, fusion, repair, api from the bottom up; the
+#                 simulator stands on common and rig.
 # Every offending include is printed with its file, and any offence fails the test.
+cmake_minimum_required(VERSION 3.16)
 
 if(NOT SOURCE_DIR OR NOT RULE)
-  message(FATAL_ERROR "Usage: cmake -DSOURCE_DIR=<repository> -DRULE=exports|tool -P include_rules.cmake")
+  message(FATAL_ERROR "Usage: cmake -DSOURCE_DIR=<repository> -DRULE=exports|tool|layers -P include_rules.cmake")
 endif()
 
 if(RULE STREQUAL "exports")
@@ -19,14 +23,31 @@ elseif(RULE STREQUAL "tool")
   set(folders apps)
   set(exempt_folder "")
   set(permitted "^(velmora\\.h|velmora/.*|sim/.*)$")
+elseif(RULE STREQUAL "layers")
+  set(layer_order common rig flow tools fusion repair api)
+  set(folders ${layer_order} sim)
+  set(exempt_folder "")
+  set(below_sim common rig)
+  set(below)
+  foreach(layer IN LISTS layer_order)
+    set(below_${layer} ${below})
+    list(APPEND below ${layer})
+  endforeach()
 else()
-  message(FATAL_ERROR "Unknown rule '${RULE}': exports or tool.")
+  message(FATAL_ERROR "Unknown rule '${RULE}': exports, tool or layers.")
 endif()
 
 set(offences 0)
 foreach(folder IN LISTS folders)
-  file(GLOB_RECURSE files "${SOURCE_DIR}/${folder}/*.h" "${SOURCE_DIR}/${folder}/*.hpp"
-       "${SOURCE_DIR}/${folder}/*.c" "${SOURCE_DIR}/${folder}/*.cpp" "${SOURCE_DIR}/${folder}/*.in")
+  if(RULE STREQUAL "layers")
+    set(folder_path "src/${folder}")
+    string(JOIN "|" usable ${folder} ${below_${folder}})
+    set(permitted "^(velmora\\.h|velmora_version\\.h|(${usable})/.*)$")
+  else()
+    set(folder_path "${folder}")
+  endif()
+  file(GLOB_RECURSE files "${SOURCE_DIR}/${folder_path}/*.h" "${SOURCE_DIR}/${folder_path}/*.hpp"
+       "${SOURCE_DIR}/${folder_path}/*.c" "${SOURCE_DIR}/${folder_path}/*.cpp" "${SOURCE_DIR}/${folder_path}/*.in")
   foreach(file IN LISTS files)
     if(exempt_folder AND file MATCHES "^${exempt_folder}")
       continue()
