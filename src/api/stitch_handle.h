@@ -27,8 +27,7 @@ struct StitchHandle {
   PendingIspTable pendingIsp;
   int32_t code = 0;
 
-  // The camera as Init recorded it: its geometry, its configuration and its table at
-  // tableDir + "/table_Up.bin" or "/table_Down.bin".
+  // The camera as Init recorded it: its geometry, its configuration and its table in tableDir.
   CameraSetup camera(Camera which) const;
 };
 

@@ -8,7 +8,7 @@ CameraSetup VideoStitchHandle::upperCamera() const {
   setup.geometry = CameraGeometry{static_cast<uint32_t>(firstParameter),
                                   static_cast<uint32_t>(secondParameter), 0, 0, kUpLens};
   setup.configPath = modelConfigPath;
-  setup.tablePath = tableDir + "/table_Up.bin";
+  setup.tablePath = tablePathIn(tableDir, Camera::Up);
   return setup;
 }
 

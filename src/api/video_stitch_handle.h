@@ -20,7 +20,7 @@ struct VideoStitchHandle {
   int32_t code = 0;
 
   // The upper camera as the video stitch builds it: size1 and size2 from the stored parameters,
-  // lens 0, the configuration and tableDir + "/table_Up.bin"; its grid is left 0 x 0 for the
+  // lens 0, the configuration and the Up table in tableDir; its grid is left 0 x 0 for the
   // panorama the stitch reads.
   CameraSetup upperCamera() const;
 };

@@ -10,6 +10,10 @@ cv::Size CameraSetup::shotSize() const {
   return camera == Camera::Up ? cv::Size(size2, size1) : cv::Size(size1, size2);
 }
 
+std::string tablePathIn(const std::string& tableDir, Camera camera) {
+  return tableDir + (camera == Camera::Up ? "/table_Up.bin" : "/table_Down.bin");
+}
+
 void requireInitialised(const CameraSetup& setup) {
   if (!setup.initialised()) {
     throw Failure(

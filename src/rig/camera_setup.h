@@ -24,6 +24,9 @@ struct CameraSetup {
   cv::Size shotSize() const;
 };
 
+// The camera's table in a table folder: tableDir + "/table_Up.bin" or "/table_Down.bin".
+std::string tablePathIn(const std::string& tableDir, Camera camera);
+
 // Throws Failure naming the Init call when the camera was never initialised.
 void requireInitialised(const CameraSetup& setup);
 
