@@ -11,17 +11,13 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "api/simulated_bracket.h"
-#include "sim/rig_camera.h"
-#include "tools/process_runner.h"
-#include "tools/scoped_process_state.h"
+#include "support/scoped_process_state.h"
+#include "support/simulated_bracket.h"
 
 namespace velmora::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kBandRows = 24;  // int(200 x 0.12)
 
 // Every operation on the simulated bracket, with the Up camera initialised and the colour step's
 // folder as the working directory.
@@ -32,10 +28,6 @@ class BadInput : public SimulatedBracket {
     CapturedConsole quiet;
     init(files_.configPath, work_.path().string());
     ASSERT_EQ(code(), 0u) << quiet.err();
-  }
-  void hdr(const std::vector<std::string>& slots, const std::string& output) {
-    ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, pointers(slots).data(), output.c_str(), 0, 1.0f,
-                                       1.0f, 1.0f, 3);
   }
   void repair(const std::vector<std::string>& slots, const std::string& output,
               const std::vector<cv::Rect>& rectangles = {}) {
@@ -86,7 +78,7 @@ TEST_F(BadInput, ShotFilesThatAreMissingEmptyTruncatedNotImagesOrOfTheWrongSize)
     auto shots = singles_, slots = slots_;
     shots[4] = slots[13] = file(name);
     expectFailure([&] { stitch(shots, file("single.png")); }, refusal);
-    expectFailure([&] { hdr(slots, file("hdr.png")); }, refusal);
+    expectFailure([&] { hdr(file("hdr.png"), slots); }, refusal);
     expectFailure([&] { repair(slots, file("repaired.png")); }, refusal);
   }
   for (const char* name :
@@ -106,7 +98,7 @@ TEST_F(BadInput, OutputFoldersThatDoNotExistOrCannotBeWrittenTo) {
     const std::string single = folder + "/single.png", hdrOutput = folder + "/hdr.png",
                       repaired = folder + "/repaired.png";
     expectFailure([&] { stitch(singles_, single); }, {"Write image: " + single + " error."});
-    expectFailure([&] { hdr(slots_, hdrOutput); }, {"Write image: " + hdrOutput + ".jpg error."});
+    expectFailure([&] { hdr(hdrOutput); }, {"Write image: " + hdrOutput + ".jpg error."});
     EXPECT_FALSE(pending(hdrOutput));
     expectFailure([&] { repair(slots_, repaired); }, {"Write image: " + repaired + ".jpg error."});
     EXPECT_FALSE(exists("isp.log"));  // the colour script never ran
@@ -286,7 +278,7 @@ TEST_F(BadInput, ColourScriptMissingFailsTheColourStepAndTheRepair) {
   const std::string output = file("hdr.png"), repaired = file("repaired.png");
   {
     CapturedConsole console;
-    hdr(slots_, output);
+    hdr(output);
     ASSERT_EQ(code(), 0u) << console.err();
   }
   expectFailure([&] { ZEMU_ExecuteISPHandle(handle_, output.c_str()); },
@@ -295,54 +287,35 @@ TEST_F(BadInput, ColourScriptMissingFailsTheColourStepAndTheRepair) {
   for (const auto& path : {output, repaired, repaired + ".jpg"}) EXPECT_FALSE(fs::exists(path));
 }
 
-// The HDR stitch's video variant runs the colour script at once. Its tone source is cut out of a
-// shot of the rig's real size, so this one works on large shots (one image in every slot).
+// The HDR stitch's video variant runs the colour script at once.
 TEST(BadInputLargeShots, ColourScriptMissingFailsTheHdrVideoVariant) {
-  constexpr int kRigWidth = 4736, kRigHeight = 3324;
   TempDir work;
   ScopedWorkingDirectory inside(work.path());
   writeStandInColourStep(work.path());
   fs::remove(work.file("isp.bat"));
-  cv::Mat shot(kRigHeight / 100, kRigWidth / 100, CV_8UC3);
-  cv::randu(shot, 0, 256);
-  cv::resize(shot, shot, cv::Size(kRigWidth, kRigHeight), 0, 0, cv::INTER_CUBIC);
-  const std::string shotPath = work.file("rigvideo_00042_bracket.jpg");
-  ASSERT_TRUE(cv::imwrite(shotPath, shot));
+  LargeShotRig rig(work);
+  ASSERT_EQ(ZEMU_GetOptFlowStitchCode(rig.handle), 0u);
   // A stand-in ffmpeg that "grabs" a frame of the rig's frame size: the frame grab works, only
   // the colour script is missing.
-  ASSERT_TRUE(cv::imwrite(work.file("frame.jpg"), shot(cv::Rect(0, 0, 4000, 3000))));
+  const cv::Mat frame = cv::imread(rig.shotPath)(cv::Rect(0, 0, 4000, 3000));
+  ASSERT_TRUE(cv::imwrite(work.file("frame.jpg"), frame));
   fs::create_directory(work.file("bin"));
   writeScript(work.file("bin/ffmpeg"), "/bin/cp " + work.file("frame.jpg") + " \"$9\"\n");
   ScopedEnvironmentVariable path("PATH", work.file("bin"));
-  void* handle = ZEMU_CreateOptFlowStitchHandle();
-  CapturedConsole console;
-  for (auto camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
-    const std::string config = work.file(std::string(sim::cameraName(camera)) + ".txt");
-    sim::writeCalibration(sim::defaultCalibration(camera, {kRigWidth, kRigHeight}), config);
-    ZEMU_InitOptFlowStitchHandle(handle, config.c_str(), work.path().c_str(), kRigWidth, kRigHeight,
-                                 576, 288);
-  }
-  ASSERT_EQ(ZEMU_GetOptFlowStitchCode(handle), 0u) << console.err();
-  std::vector<const char*> slots(18, shotPath.c_str());
   const std::string output = work.file("final.jpg");
-  ZEMU_ExecuteOptFlowStitchHDRHandle(handle, slots.data(), output.c_str(), 1, 1.0f, 1.0f, 1.0f, 3);
-  EXPECT_EQ(ZEMU_GetOptFlowStitchCode(handle), kFailed);
+  CapturedConsole console;
+  EXPECT_EQ(rig.hdrWithVideo(output), kFailed);
   EXPECT_EQ(console.errLines(), Lines{"Read ISP result: " + output + " error."});
   EXPECT_NE(console.out().find("-----------------ISP-----------------"), std::string::npos);
-  for (const auto& path : {output, output + ".jpg", work.file("rigvideo_00042.mp4.jpg")}) {
+  for (const auto& path : {output, output + ".jpg", rig.video + ".jpg"}) {
     EXPECT_FALSE(fs::exists(path)) << path;
   }
-  ZEMU_DestroyOptFlowStitchHandle(handle);
 }
 
 TEST_F(BadInput, FfmpegMissingFailsTheVideoStitchSilentlyAndRunsNoStitcher) {
   // A real clip, made while ffmpeg is still reachable, so only the missing tool can fail.
   const std::string clip = file("rig.mp4");
-  if (runCommand("ffmpeg -hide_banner -loglevel error -f lavfi -i testsrc=size=3840x2880:rate=2 "
-                 "-t 2 -c:v mpeg4 -q:v 10 -y " +
-                 clip) != 0) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
+  if (!makeTestClip(clip, "3840x2880")) GTEST_SKIP() << "ffmpeg is not installed";
   fs::create_directory(file("bin"));
   writeScript(file("bin/zemu-ffmpeg-velmora"), "echo \"$*\" >> " + file("stitcher.log"));
   ScopedEnvironmentVariable path("PATH", file("bin"));

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "api/simulated_bracket.h"
+#include "support/simulated_bracket.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VELMORA_RSS_IS_MEANINGLESS 1
@@ -39,12 +39,8 @@ TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
   GTEST_SKIP() << "resident memory is not a leak measure under a sanitizer's allocator";
 #endif
   TempDir dir;
-  sim::SimulationRequest request;
-  request.camera = sim::RigCamera::Up;
-  request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
-  request.gridWidth = kGridWidth;
-  request.gridHeight = kGridHeight;
-  request.outputDir = dir.file("shots");
+  sim::SimulationRequest request = simulationRequest(sim::RigCamera::Up, {kShotWidth, kShotHeight},
+                                                     kGridWidth, kGridHeight, dir.file("shots"));
   request.writeGroundTruth = false;
   const auto files = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
   const std::vector<std::string> shots = sim::shotsOfBracket(files, 0);

@@ -8,13 +8,12 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "api/simulated_bracket.h"
+#include "rig/ring_projection.h"
 #include "api/stitch_handle.h"
 #include "common/image_io.h"
-#include "rig/ring_projection.h"
-#include "sim/builtin_scene.h"
 #include "sim/ground_truth.h"
 #include "sim/rig_simulation.h"
+#include "support/simulated_bracket.h"
 
 namespace velmora {
 namespace {
@@ -77,14 +76,10 @@ class SingleStitchQuality : public ::testing::Test {
   }
 
   Stitched stitch(const cv::Mat& scene, sim::RigCamera camera, const sim::Parallax& parallax) {
-    sim::SimulationRequest request;
-    request.camera = camera;
-    request.shotSize = sim::ShotSize{kShotWidth, kShotHeight};
-    request.gridWidth = kGridWidth;
-    request.gridHeight = kGridHeight;
+    sim::SimulationRequest request = testing::simulationRequest(
+        camera, {kShotWidth, kShotHeight}, kGridWidth, kGridHeight,
+        dir_.file(std::string(sim::cameraName(camera)) + "-" + std::to_string(handles_.size())));
     request.parallax = parallax;
-    request.outputDir =
-        dir_.file(std::string(sim::cameraName(camera)) + "-" + std::to_string(handles_.size()));
     request.shotExtension = ".png";
     const sim::SimulatedFiles files = sim::simulateCamera(scene, request);
 

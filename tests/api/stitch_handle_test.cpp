@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "api/camera_choice.h"
-#include "api/simulated_bracket.h"
 #include "common/console.h"
+#include "support/simulated_bracket.h"
 
 namespace velmora::testing {
 namespace {
@@ -101,13 +101,8 @@ TEST_F(StitchHandle, StitchWritesTheFramedPanoramaAtTheGridSizeWithItsTranscript
   EXPECT_EQ(console.outLines(), (Lines{"Optical Flow Stitch start.", "Stitch up cameras.",
                                        "Optical flow stitch finished.", kSeparator}));
   EXPECT_TRUE(fs::exists(file("table_Up.bin")));
-  const cv::Mat panorama = cv::imread(file("pano.png"));
-  ASSERT_EQ(panorama.size(), cv::Size(kGridWidth, kGridHeight));
-  // trunc(200 x 0.12) = 24 black rows above and below, 200 + 48 rows resized to 200: the top
-  // 19 rows stay black, the horizon does not.
-  EXPECT_EQ(cv::countNonZero(panorama.rowRange(0, 18).reshape(1)), 0);
-  EXPECT_EQ(cv::countNonZero(panorama.rowRange(182, 200).reshape(1)), 0);
-  EXPECT_GT(cv::countNonZero(panorama.row(100).reshape(1)), 3 * kGridWidth * 9 / 10);
+  // (The framing and content are the quality test's.)
+  EXPECT_EQ(cv::imread(file("pano.png")).size(), cv::Size(kGridWidth, kGridHeight));
 }
 
 TEST_F(StitchHandle, StitchRefusalsPrintOneLineAndWriteNothing) {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "support/test_support.h"
-#include "tools/scoped_process_state.h"
+#include "support/scoped_process_state.h"
 
 namespace velmora::testing {
 namespace {

@@ -2,70 +2,29 @@
 // script that hands its input back as its result.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <opencv2/imgcodecs.hpp>
-
 #include "api/stitch_handle.h"
-#include "sim/builtin_scene.h"
-#include "sim/rig_simulation.h"
-#include "support/test_support.h"
-#include "tools/scoped_process_state.h"
-#include "velmora.h"
+#include "support/scoped_process_state.h"
+#include "support/simulated_bracket.h"
 
-namespace velmora {
+namespace velmora::testing {
 namespace {
 
-using testing::CapturedConsole;
-using Lines = std::vector<std::string>;
-
-constexpr unsigned kFailed = 0xFFFFFFFFu;
-constexpr int kGridWidth = 576;
-constexpr int kGridHeight = 288;
-constexpr int kBandRows = 34;  // int(288 x 0.12)
-
-class BracketedStitch : public ::testing::Test {
+class BracketedStitch : public SimulatedBracket {
  protected:
   void SetUp() override {
-    testing::writeStandInColourStep(work_.path());
-    sim::SimulationRequest request;
-    request.camera = sim::RigCamera::Up;
-    request.shotSize = sim::ShotSize{342, 228};
-    request.gridWidth = kGridWidth;
-    request.gridHeight = kGridHeight;
-    request.exposures = {2.0f, 1.0f, 0.5f};  // slot 0 the brightest, slot 2 the darkest
-    request.outputDir = work_.file("shots");
-    request.writeGroundTruth = false;
-    const auto files = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
-    for (const auto& position : files.shots) {
-      for (const auto& shot : position) shots_.push_back(shot);
-    }
+    writeStandInColourStep(work_.path());
     CapturedConsole quiet;
-    ZEMU_InitOptFlowStitchHandle(handle_, files.configPath.c_str(), work_.path().c_str(), 342, 228,
-                                 kGridWidth, kGridHeight);
+    init(files_.configPath, work_.path().string());
     ASSERT_EQ(code(), 0u);
   }
-  void TearDown() override { ZEMU_DestroyOptFlowStitchHandle(handle_); }
-
-  void hdr(const std::string& output, cv::Vec3f gains = {1, 1, 1}, int exposures = 3) {
-    std::vector<const char*> pointers;
-    for (const auto& shot : shots_) pointers.push_back(shot.c_str());
-    ZEMU_ExecuteOptFlowStitchHDRHandle(handle_, pointers.data(), output.c_str(), 0, gains[0],
-                                       gains[1], gains[2], exposures);
-  }
-  unsigned code() const { return ZEMU_GetOptFlowStitchCode(handle_); }
-  bool exists(const std::string& name) const { return std::filesystem::exists(work_.file(name)); }
-
-  testing::TempDir work_;
-  testing::ScopedWorkingDirectory inside_{work_.path()};
-  std::vector<std::string> shots_;
-  void* handle_ = ZEMU_CreateOptFlowStitchHandle();
+  ScopedWorkingDirectory inside_{work_.path()};
 };
 
 TEST_F(BracketedStitch, WithoutVideoLeavesTheIntermediateForTheColourStep) {
-  const std::string output = work_.file("pano.png");
+  const std::string output = file("pano.png");
   {
     CapturedConsole console;
-    hdr(output, {1.1f, 1.15f, 1.2f});  // red, green, blue: limited, then printed
+    hdr(output, slots_, {1.1f, 1.15f, 1.2f});  // red, green, blue: limited, then printed
     EXPECT_EQ(code(), 0u) << console.err();
     Lines lines = console.outLines();
     ASSERT_EQ(lines.size(), 6u);
@@ -88,11 +47,11 @@ TEST_F(BracketedStitch, WithoutVideoLeavesTheIntermediateForTheColourStep) {
 
 TEST_F(BracketedStitch, TwoExposureBracketsFailInsideTheFusionWithoutKillingTheHost) {
   CapturedConsole console;
-  hdr(work_.file("pano.jpg"), {1, 1, 1}, 2);
+  hdr(file("pano.jpg"), slots_, {1, 1, 1}, 2);
   EXPECT_EQ(code(), kFailed);
   EXPECT_EQ(console.errLines(), Lines{"unknow error."});
   EXPECT_FALSE(exists("pano.jpg.jpg"));
 }
 
 }  // namespace
-}  // namespace velmora
+}  // namespace velmora::testing

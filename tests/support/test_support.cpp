@@ -1,6 +1,7 @@
 #include "support/test_support.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -40,6 +41,23 @@ void writeTextFile(const std::string& path, const std::string& text) {
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+bool sameBits(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
+         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
+}
+
+bool makeTestClip(const std::string& path, const std::string& size) {
+  return std::system(("ffmpeg -hide_banner -loglevel error -f lavfi -i testsrc=size=" + size +
+                      ":rate=2 -t 2 -c:v mpeg4 -q:v 10 -y " + path)
+                         .c_str()) == 0;
+}
+
+std::vector<const char*> pointers(const std::vector<std::string>& paths) {
+  std::vector<const char*> result;
+  for (const auto& path : paths) result.push_back(path.c_str());
+  return result;
 }
 
 std::string cameraConfigText(double focal, double centerX, double centerY, float rotX, float rotZ) {

@@ -3,11 +3,15 @@
 
 #include <filesystem>
 #include <iostream>
+#include <opencv2/core.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace velmora::testing {
+
+using Lines = std::vector<std::string>;
+constexpr unsigned kFailed = 0xFFFFFFFFu;  // the status code -1 as the interface returns it
 
 // A fresh folder below the system's temporary directory, removed with everything in it.
 class TempDir {
@@ -46,6 +50,16 @@ class CapturedConsole {
 
 void writeTextFile(const std::string& path, const std::string& text);
 std::string readFile(const std::string& path);
+
+// The same size, type and bytes.
+bool sameBits(const cv::Mat& a, const cv::Mat& b);
+
+// A two-second clip of ffmpeg's test pattern of `size` ("3840x2880") at two frames a second;
+// false when ffmpeg is missing or fails.
+bool makeTestClip(const std::string& path, const std::string& size);
+
+// Path lists as the interface takes them.
+std::vector<const char*> pointers(const std::vector<std::string>& paths);
 
 // A camera configuration text in the library's format.
 std::string cameraConfigText(double focal, double centerX, double centerY, float rotX = 0.0f,

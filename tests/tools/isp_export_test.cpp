@@ -5,12 +5,12 @@
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 
-#include "api/stitch_handle.h"
 #include "common/console.h"
-#include "common/saturation.h"
+#include "api/stitch_handle.h"
 #include "support/test_support.h"
 #include "tools/process_runner.h"
-#include "tools/scoped_process_state.h"
+#include "common/saturation.h"
+#include "support/scoped_process_state.h"
 #include "velmora.h"
 
 namespace velmora {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "support/test_support.h"
-#include "tools/scoped_process_state.h"
+#include "support/scoped_process_state.h"
 
 namespace velmora {
 namespace {

@@ -10,16 +10,16 @@
 #include <sstream>
 #include <thread>
 
-#include "api/video_stitch_handle.h"
 #include "common/console.h"
 #include "common/status.h"
-#include "rig/video_composition.h"
-#include "rig/video_frame_placement.h"
+#include "api/video_stitch_handle.h"
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
 #include "tools/path_separators.h"
 #include "tools/process_runner.h"
-#include "tools/scoped_process_state.h"
+#include "support/scoped_process_state.h"
+#include "rig/video_composition.h"
+#include "rig/video_frame_placement.h"
 #include "tools/video_stitcher_command.h"
 #include "velmora.h"
 
