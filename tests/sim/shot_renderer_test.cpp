@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <opencv2/imgproc.hpp>
 
 #include "sim/builtin_scene.h"
 #include "sim/rig_camera.h"
@@ -25,57 +24,30 @@ double maxDifference(const cv::Mat& a, const cv::Mat& b) {
   return cv::norm(a, b, cv::NORM_INF);
 }
 
-TEST(BuiltinScene, IsDeterministicHasTheSameLayoutAtEverySizeAndRejectsTinySizes) {
-  const cv::Mat scene = makeBuiltinScene(512, 256);
-  EXPECT_TRUE(scene.type() == CV_8UC3 && scene.size() == cv::Size(512, 256));
-  EXPECT_EQ(cv::norm(scene, makeBuiltinScene(512, 256), cv::NORM_INF), 0.0);
-  // Blurred to remove the grain and the thin lines, a large scene scaled down matches a small one.
-  cv::Mat large, small;
-  cv::resize(makeBuiltinScene(1024, 512), large, cv::Size(256, 128), 0, 0, cv::INTER_AREA);
-  cv::resize(scene, small, cv::Size(256, 128), 0, 0, cv::INTER_AREA);
-  cv::GaussianBlur(large, large, cv::Size(), 2.0);
-  cv::GaussianBlur(small, small, cv::Size(), 2.0);
-  EXPECT_GT(cv::PSNR(large, small), 25.0);
-  EXPECT_THROW(makeBuiltinScene(15, 8), std::runtime_error);
-  EXPECT_THROW(makeBuiltinScene(16, 7), std::runtime_error);
-  EXPECT_NO_THROW(makeBuiltinScene(16, 8));
-}
-
-TEST(ShotRenderer, ParallaxWithoutOffsetOrSphereIsTheInfinitelyFarScene) {
+TEST(ShotRenderer, ParallaxRaysEndOnTheSceneSphereAndVanishWithoutOffsetOrSphere) {
   const EquirectScene equirect(makeBuiltinScene(512, 256));
   const SimulatedCamera camera = downCamera();
   const cv::Mat far = renderShotLight(equirect, camera, 2);
   EXPECT_EQ(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.0, 3.0})), 0.0);
   EXPECT_EQ(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 0.0})), 0.0);
-  // A sphere far beyond the offset approaches the infinitely far scene...
   EXPECT_LT(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 1e7})), 0.5);
-  // ...and a near one shifts the content.
   EXPECT_GT(maxDifference(far, renderShotLight(equirect, camera, 2, Parallax{0.1, 1.0})), 50.0);
-}
 
-TEST(ShotRenderer, ParallaxRaysEndOnTheSceneSphere) {
   const Parallax parallax{0.2, 2.0};
   for (int position = 0; position < 6; ++position) {
     const double heading = headAngle(position);
     const cv::Vec3d nodal(0.2 * std::sin(heading), 0.0, 0.2 * std::cos(heading));
-    // Straight along the heading the nodal offset changes nothing.
-    const cv::Vec3d ahead = scenePointDirection(directionOf(heading, 0.0), position, parallax);
-    EXPECT_NEAR(longitudeOf(ahead), std::remainder(heading, kFullTurn), 1e-12);
     for (double longitude : {-1.0, 0.3, 2.5}) {
       const cv::Vec3d ray = directionOf(heading + longitude, 0.4);
       const cv::Vec3d point = scenePointDirection(ray, position, parallax);
       EXPECT_NEAR(std::sqrt(point.dot(point)), 2.0, 1e-12);
       const cv::Vec3d along = point - nodal;
       EXPECT_NEAR(along.dot(ray) / std::sqrt(along.dot(along)), 1.0, 1e-12);
-      // Seen from the axis, behind the nodal point, a point to the side appears closer to the
-      // heading than along the ray.
-      EXPECT_LT(std::abs(std::remainder(longitudeOf(point) - heading, kFullTurn)),
-                std::abs(longitude));
     }
   }
 }
 
-TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposure) {
+TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposureAndNoiseFollowsTheSeed) {
   const cv::Mat light = renderShotLight(EquirectScene(makeBuiltinScene(512, 256)), downCamera(), 1);
   cv::Mat dark, normal, bright;  // one int per value
   for (auto [factor, shot] : {std::pair{0.5f, &dark}, {1.0f, &normal}, {2.0f, &bright}}) {
@@ -87,21 +59,21 @@ TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposure) {
   EXPECT_LE(cv::norm(bright, normal * 2, cv::NORM_INF, ~clipped), 1);
   EXPECT_EQ(cv::countNonZero((bright != 255) & clipped), 0);
   EXPECT_GT(cv::countNonZero(clipped), 1000);  // the bright sky clips
-}
 
-TEST(ShotExposure, NoiseHasTheRequestedLevelAndFollowsTheSeed) {
-  const cv::Mat light(200, 200, CV_32FC3, cv::Scalar::all(100.0));
-  const cv::Mat noisy = developShot(light, Exposure{1.0f, 4.0f, 7});
+  const cv::Mat flat(200, 200, CV_32FC3, cv::Scalar::all(100.0));
+  const cv::Mat noisy = developShot(flat, Exposure{1.0f, 4.0f, 7});
   cv::Scalar mean, deviation;
   cv::meanStdDev(noisy.reshape(1), mean, deviation);
   EXPECT_NEAR(mean[0], 100.0, 0.1);
   EXPECT_NEAR(deviation[0], 4.0, 0.1);
-  EXPECT_EQ(maxDifference(noisy, developShot(light, Exposure{1.0f, 4.0f, 7})), 0.0);
-  EXPECT_GT(maxDifference(noisy, developShot(light, Exposure{1.0f, 4.0f, 8})), 5.0);
+  EXPECT_EQ(maxDifference(noisy, developShot(flat, Exposure{1.0f, 4.0f, 7})), 0.0);
+  EXPECT_GT(maxDifference(noisy, developShot(flat, Exposure{1.0f, 4.0f, 8})), 5.0);
 }
 
-TEST(ShotRendering, RejectsBadPositionsParallaxAndExposures) {
-  const EquirectScene scene(makeBuiltinScene(64, 32));
+TEST(ShotRendering, RejectsBadScenesPositionsParallaxAndExposures) {
+  EXPECT_THROW(makeBuiltinScene(15, 8), std::runtime_error);
+  EXPECT_THROW(makeBuiltinScene(16, 7), std::runtime_error);
+  const EquirectScene scene(makeBuiltinScene(16, 8));
   const SimulatedCamera camera = downCamera();
   EXPECT_THROW(renderShotLight(scene, camera, 6), std::runtime_error);
   EXPECT_THROW(renderShotLight(scene, camera, -1), std::runtime_error);
