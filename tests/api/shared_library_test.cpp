@@ -1,5 +1,5 @@
 // The shared object as a host sees it: only the interface's functions leave it. (That it loads
-// and runs on its own is the C host's test, tests/host.)
+// and runs for a host in C is the install test's, tests/install.)
 #include <gtest/gtest.h>
 
 #include <cstdio>
