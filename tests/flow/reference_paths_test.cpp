@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
@@ -15,14 +14,12 @@
 #include "flow/optical_flow.h"
 #include "flow/ring_brightness.h"
 #include "flow/seam_interpolation.h"
+#include "support/test_support.h"
 
 namespace velmora {
 namespace {
 
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
+using testing::sameBits;
 
 // Bilinear sample, the position clamped to [0, size - 2] first at 0, then at the upper bound.
 float sample(const cv::Mat& image, float x, float y) {

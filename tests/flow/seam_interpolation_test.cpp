@@ -1,10 +1,9 @@
-// Overlap cut-outs and flows, the seam blend and the band built from them.
+// Overlap cut-outs and the seam blend. (The flows between cut-outs and the band built from them are
+// checked by the ring stitch's tests and the stitch quality test.)
 #include "flow/seam_interpolation.h"
 
 #include <gtest/gtest.h>
 
-#include "common/status.h"
-#include "flow/flow_test_images.h"
 #include "flow/overlap_flow.h"
 
 namespace velmora {
@@ -34,34 +33,6 @@ TEST(OverlapCutOut, TakesTheSixthsBesideTheCentresAndBlanksTheFarThirds) {
   EXPECT_EQ(first.at<cv::Vec4b>(3, 399), cv::Vec4b(399 % 256, 1, 1, 255));  // copies were cut
 }
 
-TEST(OverlapFlowJob, OnlyCutsOutWhenFlowsAreGivenAndPassesOnFailuresFromTheFlowThreads) {
-  SeamOverlap overlap;
-  runOverlapFlowJob(columnCoded(120, 16, 3), columnCoded(120, 16, 3), overlap, true);
-  EXPECT_EQ(overlap.firstCut.size(), cv::Size(20, 16));
-  EXPECT_TRUE(overlap.flowFirstToSecond.empty() && overlap.flowSecondToFirst.empty());
-  EXPECT_THROW(runOverlapFlowJob(columnCoded(120, 40, 1), columnCoded(126, 40, 1), overlap, false),
-               Failure);  // cut-outs of two sizes
-}
-
-TEST(OverlapFlowJob, ComputesBothDirectionsOverTheJointlyValidThird) {
-  // The second image is placed so that its cut-out shows the first's moved 2 pixels left.
-  const int width = 576, height = 64;
-  const cv::Mat source = testing::texture(width + 400, height + 40, 3);
-  const int secondLeft = 20 + width / 2 - static_cast<int>(width * 120.0f / 360.0f);
-  SeamOverlap overlap;
-  runOverlapFlowJob(
-      testing::withAlpha(testing::shiftedWindow(source, 20, 20, width, height, 0, 0)),
-      testing::withAlpha(testing::shiftedWindow(source, secondLeft, 20, width, height, -2, 0)),
-      overlap, false);
-  ASSERT_EQ(overlap.flowFirstToSecond.size(), overlap.firstCut.size());
-  ASSERT_EQ(overlap.flowSecondToFirst.size(), overlap.secondCut.size());
-  const cv::Rect middle(40, 8, 16, height - 16);  // columns 32 to 63 of 96 are valid in both
-  const cv::Scalar forward = cv::mean(overlap.flowFirstToSecond(middle));
-  const cv::Scalar backward = cv::mean(overlap.flowSecondToFirst(middle));
-  EXPECT_LT(cv::norm(forward - cv::Scalar(-2, 0)), 0.3);
-  EXPECT_LT(cv::norm(backward - cv::Scalar(2, 0)), 0.3);
-}
-
 // One row of 12 columns (the colour ramp runs over columns 4 to 8).
 cv::Mat blendRow(const cv::Vec4b& value) {
   return cv::Mat(1, 12, CV_8UC4, cv::Scalar(value));
@@ -89,20 +60,6 @@ TEST(SeamBlend, SingleSourcesKeepTheirColourWithThresholdedAlphaPairsRampOverThe
   ramp.at<cv::Vec4b>(0, 7) = {4, 175, 64, 255};
   const cv::Mat out = blendWarpedPair(blendRow({0, 100, 255, 1}), blendRow({5, 200, 0, 3}));
   EXPECT_EQ(cv::norm(out, ramp, cv::NORM_INF), 0.0);
-}
-
-TEST(SeamBand, HasTheBandSizeAndShowsTheFirstCutOutUndisplacedAtItsFirstColumn) {
-  const cv::Mat firstCut = testing::withAlpha(testing::texture(20, 24, 1));
-  const cv::Mat secondCut = testing::withAlpha(testing::texture(20, 24, 2));
-  const cv::Mat forward(24, 20, CV_32FC2, cv::Scalar(-3.0f, 1.0f));
-  const cv::Mat backward(24, 20, CV_32FC2, cv::Scalar(3.0f, -1.0f));
-  cv::Mat band;
-  interpolateSeamBand(firstCut, secondCut, forward, backward, 3, 100, 22, band);
-  ASSERT_EQ(band.size(), cv::Size(33, 22));
-  EXPECT_EQ(cv::norm(band.col(0), firstCut(cv::Rect(0, 0, 1, 22)), cv::NORM_INF), 0.0);
-  EXPECT_EQ(cv::countNonZero(band.colRange(26, 33).reshape(1)), 0);  // past the cut-outs
-  EXPECT_THROW(interpolateSeamBand(firstCut, secondCut, forward, backward, 0, 100, 22, band),
-               Failure);
 }
 
 }  // namespace

@@ -10,14 +10,12 @@
 #include "rig/camera_model.h"
 #include "rig/lens.h"
 #include "rig/projection.h"
+#include "support/test_support.h"
 
 namespace velmora {
 namespace {
 
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-         std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
+using testing::sameBits;
 
 bool sameBits(float a, float b) {
   return std::memcmp(&a, &b, sizeof a) == 0;

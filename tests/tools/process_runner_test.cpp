@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "support/test_support.h"
 #include "support/scoped_process_state.h"
+#include "support/test_support.h"
 
 namespace velmora {
 namespace {
