@@ -31,7 +31,7 @@ TEST(PyramidSizes, HalvesRoundUpAndLevelCountsFollowSinglePrecisionLogarithms) {
   EXPECT_EQ(pyramidLevelSizes({8192, 4096}, 10).back(), cv::Size(16, 8));
 }
 
-TEST(Pyramids, GaussianLevelsHalveAndTheLaplacianCollapsesToTheInput) {
+TEST(Pyramids, GaussianLevelsHalveAndOneLevelIsACopy) {
   cv::Mat image = randomPlane({37, 23}, 1);
   const cv::Mat before = image.clone();
   const Pyramid gaussian = buildGaussianPyramid(image, 4);
@@ -42,19 +42,8 @@ TEST(Pyramids, GaussianLevelsHalveAndTheLaplacianCollapsesToTheInput) {
   EXPECT_EQ(cv::norm(gaussian[0], before, cv::NORM_INF), 0.0);
   EXPECT_EQ(buildGaussianPyramid(before, 0).size(), 1u);
 
-  for (const cv::Size size :
-       {cv::Size(64, 48), cv::Size(37, 23), cv::Size(33, 65), cv::Size(9, 8)}) {
-    for (int type : {CV_32F, CV_32FC3}) {
-      const cv::Mat input = randomPlane(size, size.width, type);
-      Pyramid pyramid = buildLaplacianPyramid(input, 4);
-      ASSERT_EQ(pyramid.size(), 4u);
-      EXPECT_EQ(pyramid[1].size(), halfPyramidSize(size));
-      // Band levels carry detail (about zero mean), the top level the low-pass image.
-      EXPECT_LT(std::abs(cv::mean(pyramid[0])[0]), 0.05);
-      EXPECT_NEAR(cv::mean(pyramid[3])[0], 0.5, 0.1);
-      EXPECT_LT(cv::norm(collapseLaplacianPyramid(pyramid), input, cv::NORM_INF), 1e-5) << size;
-    }
-  }
+  // (That the Laplacian pyramid collapses back to its input is the blend's test: identical
+  // exposures come back whatever the weights.)
   // One level is a copy of the image; nothing collapses to nothing.
   Pyramid single = buildLaplacianPyramid(before, 1);
   ASSERT_EQ(single.size(), 1u);
