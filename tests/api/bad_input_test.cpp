@@ -102,9 +102,8 @@ TEST_F(BadInput, OutputFoldersThatDoNotExistOrCannotBeWrittenTo) {
     EXPECT_FALSE(pending(hdrOutput));
     expectFailure([&] { repair(slots_, repaired); }, {"Write image: " + repaired + ".jpg error."});
     EXPECT_FALSE(exists("isp.log"));  // the colour script never ran
-    for (const auto& path : {single, hdrOutput + ".jpg", repaired, repaired + ".jpg"}) {
+    for (const auto& path : {single, hdrOutput + ".jpg", repaired, repaired + ".jpg"})
       EXPECT_FALSE(fs::exists(path)) << path;
-    }
   }
   for (const std::string& folder : folders) {  // Init's table cache folder is an output folder too
     CapturedConsole console;
@@ -255,9 +254,8 @@ TEST_F(BadInput, RepairRectanglesWithNegativeOrHugeValuesAreSkipped) {
   repair(slots_, file("repaired.png"), rectangles);
   EXPECT_EQ(code(), 0u) << console.err();
   Lines expected;
-  for (size_t i = 0; i < rectangles.size(); ++i) {
+  for (size_t i = 0; i < rectangles.size(); ++i)
     expected.push_back(std::to_string(i) + "th ROI outside the panorama.");
-  }
   EXPECT_EQ(console.errLines(), expected);
   EXPECT_EQ(cv::imread(file("repaired.png")).rows, kGridHeight + 2 * kBandRows);
 
@@ -307,9 +305,8 @@ TEST(BadInputLargeShots, ColourScriptMissingFailsTheHdrVideoVariant) {
   EXPECT_EQ(rig.hdrWithVideo(output), kFailed);
   EXPECT_EQ(console.errLines(), Lines{"Read ISP result: " + output + " error."});
   EXPECT_NE(console.out().find("-----------------ISP-----------------"), std::string::npos);
-  for (const auto& path : {output, output + ".jpg", rig.video + ".jpg"}) {
+  for (const auto& path : {output, output + ".jpg", rig.video + ".jpg"})
     EXPECT_FALSE(fs::exists(path)) << path;
-  }
 }
 
 TEST_F(BadInput, FfmpegMissingFailsTheVideoStitchSilentlyAndRunsNoStitcher) {

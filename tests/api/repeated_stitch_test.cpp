@@ -27,9 +27,8 @@ constexpr int kShotWidth = 120, kShotHeight = 80, kGridWidth = 204, kGridHeight 
 std::pair<long, long> memoryInUse() {
   std::ifstream status("/proc/self/status");
   long resident = -1;
-  for (std::string line; std::getline(status, line);) {
+  for (std::string line; std::getline(status, line);)
     if (line.rfind("VmRSS:", 0) == 0) resident = std::stol(line.substr(6));
-  }
   const struct mallinfo2 heap = mallinfo2();
   return {resident, static_cast<long>((heap.uordblks + heap.hblkhd) / 1024)};
 }

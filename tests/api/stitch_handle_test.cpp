@@ -26,9 +26,8 @@ TEST(CameraChoice, TheLastPathComponentNamesTheCamera) {
                {"/rig/up.txt", std::nullopt},      {"/rig/Up", std::nullopt},
                {"/rig/Upper.txt", std::nullopt},   {"/rig/down.txt", std::nullopt}};
   for (const auto& c : cases) EXPECT_EQ(cameraFromConfigPath(c.path), c.camera) << c.path;
-  for (const char* malformed : {"Up.txt", "/rig/", ""}) {
+  for (const char* malformed : {"Up.txt", "/rig/", ""})
     EXPECT_THROW(cameraFromConfigPath(malformed), std::invalid_argument) << malformed;
-  }
 }
 
 TEST(Console, DurationsAreWholeMillisecondsInSeconds) {

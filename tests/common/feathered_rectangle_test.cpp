@@ -23,9 +23,8 @@ TEST(FeatherWeight, ZeroInsideLinearInTheBandsRoundAtTheCornersAndOneBeyond) {
       {empty, 12, 23, 0.1f}, {empty, 9, 19, 0.0f},    // only a quarter disc is left
       {empty, 8, 23, 1.0f},  {empty, 60, 30, 1.0f},
   };
-  for (const auto& c : cases) {
+  for (const auto& c : cases)
     EXPECT_FLOAT_EQ(featherWeight(c.box, 50, c.x, c.y), c.weight) << c.x << "," << c.y;
-  }
   EXPECT_EQ(featherRegion(empty, 50, cv::Size(200, 200)).br(), cv::Point(200, 200));
 }
 

@@ -1,4 +1,6 @@
-// Work spread over threads: the gate that limits how many compute at once, and the per-item runner.
+// The gate that limits how many threads compute at once. (The per-item runner is covered where it
+// runs: the projection, ring and bracket comparisons check every item, the bad-input test its
+// failures.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,10 +8,8 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 #include "common/concurrency_gate.h"
-#include "common/parallel_items.h"
 #include "common/worker_threads.h"
 
 namespace velmora {
@@ -38,22 +38,6 @@ TEST(ConcurrencyGate, LetsAtMostItsSlotsInAndFreesTheSlotOfAHolderThatThrows) {
     threads.join();
     EXPECT_LE(most.load(), static_cast<int>(std::max(slots, 1u))) << slots << " slots";
   }
-}
-
-TEST(RunForEachItem, CallsTheTaskOnceForEveryItemAndTakesNoMoreAfterAFailure) {
-  for (std::size_t count : {0u, 1u, 100u}) {
-    std::vector<std::atomic<int>> calls(count);
-    runForEachItem(count, [&](std::size_t i) { ++calls[i]; });
-    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(calls[i], 1) << i << " of " << count;
-  }
-  std::atomic<int> started{0};
-  const auto task = [&](std::size_t i) {
-    ++started;
-    if (i == 3) throw std::runtime_error("item 3");
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  };
-  EXPECT_THROW(runForEachItem(1000, task), std::runtime_error);
-  EXPECT_LT(started.load(), 1000);
 }
 
 }  // namespace

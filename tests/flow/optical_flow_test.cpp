@@ -118,9 +118,8 @@ double shareOf(const cv::Mat& flow, float dx, float dy) {
 
 TEST(InitialSearch, EachHintFindsTheDisplacementOnlyInsideItsRange) {
   const struct { int hint, dx, dy; } found[] = {{0, 3, 1}, {1, -1, 4}, {2, -4, -1}, {3, 1, -5}};
-  for (const auto& c : found) {
+  for (const auto& c : found)
     EXPECT_GT(shareOf(searched(shiftedGreys(c.dx, c.dy), c.hint), c.dx, c.dy), 0.9) << c.hint;
-  }
   // Out of range: every stored flow is a whole displacement of the hint's range (of dx, dy).
   const struct {
     int hint, dx, dy;

@@ -167,9 +167,8 @@ TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
     }
     const BrightnessStrips strips = brightnessStrips(kWidth, kHeight);
     std::array<float, kFullRing> ratios{};
-    for (int i = 0; i < kFullRing; ++i) {
+    for (int i = 0; i < kFullRing; ++i)
       ratios[i] = brightnessRatio(ring[i], ring[(i + 1) % kFullRing], strips);
-    }
     const RingGains g = ringGains(ratios);
     for (int k = 0; k < kFullRing; ++k) {
       for (int y = 0; y < static_cast<int>(kHeight); ++y) {
@@ -188,9 +187,8 @@ TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
       }
     }
     equaliseRingBrightness(ring, kFullRing, kWidth, kHeight);
-    for (int k = 0; k < kFullRing; ++k) {
+    for (int k = 0; k < kFullRing; ++k)
       EXPECT_TRUE(sameBits(ring[k], expected[k])) << "image " << k << " type " << type;
-    }
   }
 }
 

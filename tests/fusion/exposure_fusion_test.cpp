@@ -128,9 +128,8 @@ TEST_F(FuseExposures, UnreadableOrMismatchedShotsRaise) {
                                             {good, good, corrupt},
                                             {good, good, small},
                                             {small, good, good}};
-  for (const auto& paths : cases) {
+  for (const auto& paths : cases)
     EXPECT_THROW(fuseExposures(paths[0], paths[1], paths[2], out, 1, 1, 1), cv::Exception);
-  }
   EXPECT_EQ(out.type(), CV_8UC1);
 }
 

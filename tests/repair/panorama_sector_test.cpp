@@ -15,9 +15,8 @@ TEST(SectorOfColumn, FollowsTheSixtyDegreeSectorsAroundThePanorama) {
                {899, kWidth, 3},   {900, kWidth, 4},  {1500, kWidth, 5}, {2100, kWidth, 0},
                {2700, kWidth, 1},  {3299, kWidth, 1}, {3300, kWidth, 2}, {3599, kWidth, 2},
                {3600, kWidth, -1}, {83, 1000, 2},     {84, 1000, 3}};
-  for (const auto& c : cases) {
+  for (const auto& c : cases)
     EXPECT_EQ(sectorOfColumn(c.column, c.width), c.sector) << c.column << " of " << c.width;
-  }
 }
 
 TEST(SectorAccepts, OnlyStructuresStrictlyInsideTheSpanOfAnInnerSector) {

@@ -42,9 +42,8 @@ TEST(LensAngle, MatchesThePlainPowerFormulaBitForBit) {
   // Thetas 0.01 % apart from 0 to past the 70-degree view limit, and the odd ones out.
   std::vector<float> thetas{1.2217305f, std::numeric_limits<float>::denorm_min(),
                             std::numeric_limits<float>::quiet_NaN()};
-  for (float theta = 0.0f; theta < 1.25f; theta = std::nextafter(theta + theta * 1e-4f, 2.0f)) {
+  for (float theta = 0.0f; theta < 1.25f; theta = std::nextafter(theta + theta * 1e-4f, 2.0f))
     thetas.push_back(theta);
-  }
   for (uint32_t lens : {kUpLens, kDownLens}) {
     for (float theta : thetas) {
       ASSERT_TRUE(sameBits(lensAngle(theta, lens), plainLensAngle(theta, lens)))

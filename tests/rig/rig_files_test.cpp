@@ -19,17 +19,14 @@ TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
     const char* text;
     double focal, centerX, centerY;
     cv::Vec6f floats;  // rotX, extra1, rotZ, extra2, extra3, extra4
-  } cases[] = {
-      // Labels are ignored.
-      {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",
-       1000.5,
-       2736.25,
-       1824,
-       {0.25f, 9, -0.5f, 1, 2, 3}},
-      {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, {0.5f, 0, 0, 0, 0, 0}},
-      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, {}},
-      {"", 0, 0, 0, {}},
-  };
+  } cases[] = {        // Labels are ignored.
+               {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",
+                1000.5,
+                2736.25,
+                1824,
+                {0.25f, 9, -0.5f, 1, 2, 3}},
+               {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, {0.5f, 0, 0, 0, 0, 0}},
+               {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, {}}};
   TempDir dir;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -79,9 +76,8 @@ TEST(TableCache, FailedRenameThrowsAndLeavesNothingBehind) {
   // A directory in the table's place makes the final rename fail after the write succeeded.
   std::filesystem::create_directories(dir.file("table_Up.bin/x"));
   EXPECT_THROW(buildTable(model, dir.file("table_Up.bin")), Failure);
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
     EXPECT_EQ(entry.path().filename(), "table_Up.bin");
-  }
 }
 
 }  // namespace

@@ -157,9 +157,8 @@ TEST_F(IspExport, ScriptResultsItCannotFrameAreDetectedFailures) {
 // The shipped isp.bat and profiles, in a working directory set up as the README tells hosts to,
 // with the real rawtherapee-cli.
 TEST(IspWithRawTherapee, ShippedScriptColourProcessesAPendingPanorama) {
-  if (runCommand("command -v rawtherapee-cli > /dev/null") != 0) {
+  if (runCommand("command -v rawtherapee-cli > /dev/null") != 0)
     GTEST_SKIP() << "rawtherapee-cli is not installed";
-  }
   constexpr int kWidth = 256, kHeight = 128, kBands = 15;  // int(128 x 0.12)
   testing::TempDir work;
   std::filesystem::copy(std::filesystem::path(VELMORA_SOURCE_DIR) / "share/isp", work.path(),

