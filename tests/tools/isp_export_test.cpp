@@ -1,5 +1,5 @@
 // The colour step through the public interface, with a stand-in colour script that records how
-// it was called and hands its input back as its result.
+// it was called and hands its input back as its result, and with the shipped one.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -24,20 +24,12 @@ using testing::writeTextFile;
 constexpr int kPanoramaWidth = 64;
 constexpr int kBandRows = 3;  // int(32 x 0.12)
 
-// Records its arguments, the profile it finds and whether its input exists, then copies the
-// input to the output.
-constexpr char kRecordingScript[] =
-    "{ echo \"args: $*\"; echo \"profile: $(cat ./asset/$1)\";\n"
-    "  if [ -e \"$3\" ]; then echo 'input: present'; else echo 'input: missing'; fi; } >> isp.log\n"
-    "cp \"$3\" \"$2\"\n";
-
+// The stand-in colour step (support/scoped_process_state.h) and a handle whose Init gave a 64 x 32
+// grid, its code left at -1: the colour step sets its own.
 class IspExport : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::filesystem::create_directory(work_.file("asset"));
-    writeTextFile(work_.file("asset/satuHigh.pp3"), "high profile\n");
-    writeTextFile(work_.file("asset/satuLow.pp3"), "low profile\n");
-    testing::writeScript(work_.file("isp.bat"), kRecordingScript);
+    testing::writeStandInColourStep(work_.path());
     writeTextFile(work_.file("Up.txt"), testing::cameraConfigText(300.0, 200.0, 150.0));
     CapturedConsole quiet;
     ZEMU_InitOptFlowStitchHandle(handle_, work_.file("Up.txt").c_str(), work_.path().c_str(), 400,
@@ -55,7 +47,7 @@ class IspExport : public ::testing::Test {
     state().pendingIsp[finalPath] = finalPath + ".jpg";
   }
   int32_t code() const { return static_cast<int32_t>(ZEMU_GetOptFlowStitchCode(handle_)); }
-  std::string log() const { return readFile(work_.file("isp.log")); }
+  std::string read(const std::string& name) const { return readFile(work_.file(name)); }
   bool exists(const std::string& name) const { return std::filesystem::exists(work_.file(name)); }
 
   testing::TempDir work_;
@@ -70,17 +62,15 @@ TEST_F(IspExport, SaturationChoosesTheProfileAndTheResultIsFramedAsJpeg85) {
   // What the stand-in hands back: the intermediate as it lies on disk.
   const cv::Mat scriptResult = cv::imread(work_.file("out/grey.jpg.jpg"));
   CapturedConsole console;
-  for (const char* name : {"out/grey.jpg", "red.jpg"}) {
+  for (const auto& [name, profile] : {std::pair{"out/grey.jpg", "low\n"}, {"red.jpg", "high\n"}}) {
     ZEMU_ExecuteISPHandle(handle_, name);
     EXPECT_FALSE(exists(name + std::string(".jpg")));
+    EXPECT_EQ(read("asset/isp_minion.pp3"), profile) << name;
   }
   EXPECT_EQ(code(), 0);
   EXPECT_EQ(console.err(), "");
-  EXPECT_EQ(
-      log(),
-      "args: isp_minion.pp3 out/grey.jpg out/grey.jpg.jpg\nprofile: low profile\ninput: present\n"
-      "args: isp_minion.pp3 red.jpg red.jpg.jpg\nprofile: high profile\ninput: present\n");
-  EXPECT_EQ(readFile(work_.file("asset/isp_minion.pp3")), "high profile\n");
+  EXPECT_EQ(read("isp.log"),
+            "isp_minion.pp3 out/grey.jpg out/grey.jpg.jpg\nisp_minion.pp3 red.jpg red.jpg.jpg\n");
   Lines lines = console.outLines();
   ASSERT_EQ(lines.size(), 12u) << console.out();
   EXPECT_EQ(lines[3].rfind("ISP spend time : ", 0), 0u) << lines[3];
@@ -96,8 +86,7 @@ TEST_F(IspExport, SaturationChoosesTheProfileAndTheResultIsFramedAsJpeg85) {
   scriptResult.copyTo(framed.rowRange(kBandRows, kBandRows + scriptResult.rows));
   std::vector<uchar> expected;
   ASSERT_TRUE(cv::imencode(".jpg", framed, expected, {cv::IMWRITE_JPEG_QUALITY, 85}));
-  EXPECT_TRUE(readFile(work_.file("out/grey.jpg")) ==
-              std::string(expected.begin(), expected.end()));
+  EXPECT_TRUE(read("out/grey.jpg") == std::string(expected.begin(), expected.end()));
 }
 
 TEST_F(IspExport, UnknownNameRunsNothingAndMissingProfilesDoNotFail) {
@@ -115,11 +104,11 @@ TEST_F(IspExport, UnknownNameRunsNothingAndMissingProfilesDoNotFail) {
 
   // Missing profiles only print the copy error; the script runs with the profile in place.
   std::filesystem::remove(work_.file("asset/satuLow.pp3"));
-  writeTextFile(work_.file("asset/isp_minion.pp3"), "profile in place\n");
   ZEMU_ExecuteISPHandle(handle_, "pano.jpg");
   EXPECT_EQ(code(), 0);
   EXPECT_NE(console.out().find("Error 1: Fail to open the source file.\n"), std::string::npos);
-  EXPECT_NE(log().find("profile: profile in place\n"), std::string::npos) << log();
+  EXPECT_EQ(read("asset/isp_minion.pp3"), "in place\n");
+  EXPECT_TRUE(exists("pano.jpg") && !exists("pano.jpg.jpg"));
 }
 
 TEST_F(IspExport, ScriptResultsItCannotFrameAreDetectedFailures) {
@@ -150,7 +139,7 @@ TEST_F(IspExport, ScriptResultsItCannotFrameAreDetectedFailures) {
     EXPECT_FALSE(exists("pano.jpg.jpg"));
     EXPECT_EQ(state().pendingIsp.count("pano.jpg"), 1u);
     std::filesystem::remove(work_.file("pano.jpg"));
-    testing::writeScript(work_.file("isp.bat"), kRecordingScript);
+    testing::writeStandInColourStep(work_.path());
   }
 }
 
