@@ -69,26 +69,5 @@ TEST(WhiteBalanceApplication, GainsChangeChromaKeepLumaAndSaturateFirst) {
   EXPECT_NEAR(lumaOf(grey).at<float>(0, 0), 100.0f, 1.5f);
 }
 
-cv::Mat pixels(std::vector<cv::Vec3f> values) {
-  return cv::Mat(values).reshape(3, 1).clone();
-}
-
-TEST(ColorConversion, FixedForwardAndShortInverseCoefficients) {
-  // B G R: white, pure blue, pure green, pure red.
-  cv::Mat yuv, bgr;
-  bgrToYuv(pixels({{1, 1, 1}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}), yuv);
-  EXPECT_LT(cv::norm(yuv,
-                     pixels({{1, 0, 0},
-                             {0.114f, 0.436f, -0.1f},
-                             {0.587f, -0.289f, -0.515f},
-                             {0.299f, -0.147f, 0.615f}}),
-                     cv::NORM_INF),
-            1e-6);
-  yuvToBgr(pixels({{0.5f, 0, 0}, {0, 1, 0}, {0, 0, 1}}), bgr);
-  EXPECT_LT(cv::norm(bgr, pixels({{0.5f, 0.5f, 0.5f}, {2.03f, -0.39f, 0}, {0, -0.58f, 1.14f}}),
-                     cv::NORM_INF),
-            1e-6);
-}
-
 }  // namespace
 }  // namespace velmora

@@ -47,7 +47,7 @@ TEST(ShotRenderer, ParallaxRaysEndOnTheSceneSphereAndVanishWithoutOffsetOrSphere
   }
 }
 
-TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposureAndNoiseFollowsTheSeed) {
+TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposureAndNoiseHasItsLevel) {
   const cv::Mat light = renderShotLight(EquirectScene(makeBuiltinScene(512, 256)), downCamera(), 1);
   cv::Mat dark, normal, bright;  // one int per value
   for (auto [factor, shot] : {std::pair{0.5f, &dark}, {1.0f, &normal}, {2.0f, &bright}}) {
@@ -61,13 +61,10 @@ TEST(ShotExposure, BracketsOfOneLightDifferOnlyByExposureAndNoiseFollowsTheSeed)
   EXPECT_GT(cv::countNonZero(clipped), 1000);  // the bright sky clips
 
   const cv::Mat flat(200, 200, CV_32FC3, cv::Scalar::all(100.0));
-  const cv::Mat noisy = developShot(flat, Exposure{1.0f, 4.0f, 7});
   cv::Scalar mean, deviation;
-  cv::meanStdDev(noisy.reshape(1), mean, deviation);
+  cv::meanStdDev(developShot(flat, Exposure{1.0f, 4.0f, 7}).reshape(1), mean, deviation);
   EXPECT_NEAR(mean[0], 100.0, 0.1);
   EXPECT_NEAR(deviation[0], 4.0, 0.1);
-  EXPECT_EQ(maxDifference(noisy, developShot(flat, Exposure{1.0f, 4.0f, 7})), 0.0);
-  EXPECT_GT(maxDifference(noisy, developShot(flat, Exposure{1.0f, 4.0f, 8})), 5.0);
 }
 
 TEST(ShotRendering, RejectsBadScenesPositionsParallaxAndExposures) {
