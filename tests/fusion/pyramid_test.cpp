@@ -31,28 +31,6 @@ TEST(PyramidSizes, HalvesRoundUpAndLevelCountsFollowSinglePrecisionLogarithms) {
   EXPECT_EQ(pyramidLevelSizes({8192, 4096}, 10).back(), cv::Size(16, 8));
 }
 
-TEST(Pyramids, GaussianLevelsHalveAndOneLevelIsACopy) {
-  cv::Mat image = randomPlane({37, 23}, 1);
-  const cv::Mat before = image.clone();
-  const Pyramid gaussian = buildGaussianPyramid(image, 4);
-  image.setTo(5.0f);  // level 0 is a copy
-  std::vector<cv::Size> sizes;
-  for (const cv::Mat& level : gaussian) sizes.push_back(level.size());
-  EXPECT_EQ(sizes, (std::vector<cv::Size>{{37, 23}, {19, 12}, {10, 6}, {5, 3}}));
-  EXPECT_EQ(cv::norm(gaussian[0], before, cv::NORM_INF), 0.0);
-  EXPECT_EQ(buildGaussianPyramid(before, 0).size(), 1u);
-
-  // (That the Laplacian pyramid collapses back to its input is the blend's test: identical
-  // exposures come back whatever the weights.)
-  // One level is a copy of the image; nothing collapses to nothing.
-  Pyramid single = buildLaplacianPyramid(before, 1);
-  ASSERT_EQ(single.size(), 1u);
-  EXPECT_NE(single[0].data, before.data);
-  EXPECT_EQ(cv::norm(collapseLaplacianPyramid(single), before, cv::NORM_INF), 0.0);
-  Pyramid none;
-  EXPECT_TRUE(collapseLaplacianPyramid(none).empty());
-}
-
 // The blend assembled from whole pyramids, one channel at a time, as the streamed blend must
 // reproduce it: Gaussian weights times Laplacian bands at every level, with the detail-aware and
 // renormalised top level for luma.
