@@ -15,30 +15,24 @@ namespace {
 using testing::TempDir;
 
 TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
-  const struct {
-    const char* text;
-    double focal, centerX, centerY;
-    cv::Vec6f floats;  // rotX, extra1, rotZ, extra2, extra3, extra4
-  } cases[] = {        // Labels are ignored.
-               {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",
-                1000.5,
-                2736.25,
-                1824,
-                {0.25f, 9, -0.5f, 1, 2, 3}},
-               {"focal 800 cx 400 cy 300 rotX 0.5", 800, 400, 300, {0.5f, 0, 0, 0, 0, 0}},
-               {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", 800, 0, 0, {}}};
+  // The nine numbers in file order: focal, centre x and y, rotX, extra1, rotZ, extra2 to 4.
+  const std::pair<const char*, cv::Vec<double, 9>> cases[] = {
+      {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",  // labels ignored
+       {1000.5, 2736.25, 1824, 0.25, 9, -0.5, 1, 2, 3}},
+      {"focal 800 cx 400 cy 300 rotX 0.5", {800, 400, 300, 0.5}},
+      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", {800}}};
   TempDir dir;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    testing::writeTextFile(dir.file("Up.txt"), c.text);
+  for (const auto& [text, v] : cases) {
+    SCOPED_TRACE(text);
+    testing::writeTextFile(dir.file("Up.txt"), text);
     CameraCalibration read;
     ASSERT_TRUE(readCameraConfiguration(dir.file("Up.txt"), read));
     ASSERT_TRUE(read.hasCameraMatrix());
     // The matrix's last row stays zero, as in the file format, never (0, 0, 1).
-    const cv::Matx33d expected(c.focal, 0, c.centerX, 0, c.focal, c.centerY, 0, 0, 0);
+    const cv::Matx33d expected(v[0], 0, v[1], 0, v[0], v[2], 0, 0, 0);
     EXPECT_EQ(cv::norm(read.cameraMatrix, cv::Mat(expected), cv::NORM_INF), 0.0);
-    EXPECT_EQ(cv::Vec6f(read.rotX, read.extra1, read.rotZ, read.extra2, read.extra3, read.extra4),
-              c.floats);
+    EXPECT_EQ(cv::Vec6d(read.rotX, read.extra1, read.rotZ, read.extra2, read.extra3, read.extra4),
+              cv::Vec6d(v[3], v[4], v[5], v[6], v[7], v[8]));
   }
   CameraCalibration untouched;
   untouched.rotX = 7.0f;
