@@ -96,42 +96,6 @@ std::vector<cv::Mat> texturedRing() {
   return ring;
 }
 
-// Within 2 in every channel of `expected` at column x of the middle row.
-void expectColourAt(const cv::Mat& panorama, int x, const cv::Vec3b& expected) {
-  const cv::Vec3i difference =
-      cv::Vec3i(panorama.at<cv::Vec3b>(kHeight / 2, x)) - cv::Vec3i(expected);
-  EXPECT_LE(cv::norm(difference, cv::NORM_INF), 2) << "column " << x;
-}
-
-TEST(StitchRing, EveryPairIncludingLastAndFirstGetsItsBandAndASingleImagePairsWithItself) {
-  // Equal value (maximum channel) everywhere, so the brightness step changes nothing.
-  const cv::Vec3b colours[] = {{200, 0, 0},   {0, 200, 0},   {0, 0, 200},
-                               {200, 200, 0}, {0, 200, 200}, {200, 0, 200}};
-  cv::Mat panorama;
-  for (int count : {6, 4}) {
-    SCOPED_TRACE(std::to_string(count) + " images");
-    std::vector<cv::Mat> ring;
-    for (int i = 0; i < count; ++i) ring.push_back(flat(colours[i]));
-    stitchRing(panorama, ring, 60.0f, count, kWidth, kHeight);
-    ASSERT_EQ(panorama.type(), CV_8UC3);
-    ASSERT_EQ(panorama.size(), cv::Size(kWidth, kHeight));
-    // Band i starts with image i and, at the end of its 32-column cut-outs, shows image i + 1.
-    for (int i = 0; i < count; ++i) {
-      expectColourAt(panorama, i * kWidth / count + 1, colours[i]);
-      expectColourAt(panorama, i * kWidth / count + 30, colours[(i + 1) % count]);
-    }
-  }
-  // One image: its band runs from right of its centre (the first cut-out) to left of it (the
-  // second), and only the band's first sixth has cut-outs to show.
-  std::vector<cv::Mat> single{flat({0, 0, 180})};
-  single[0].colRange(kWidth / 2, kWidth).setTo(cv::Scalar(180, 0, 0, 255));
-  stitchRing(panorama, single, 60.0f, 1, kWidth, kHeight);
-  ASSERT_EQ(panorama.size(), cv::Size(kWidth, kHeight));
-  expectColourAt(panorama, 1, {180, 0, 0});
-  expectColourAt(panorama, 30, {0, 0, 180});
-  EXPECT_EQ(cv::countNonZero(panorama.colRange(40, kWidth).reshape(1)), 0);
-}
-
 TEST(StitchRing, GivesBgrImagesTheSamePanoramaAsTheirBgraFormAndHandsThemBackEqualised) {
   std::vector<cv::Mat> bgra = texturedRing(), bgr(6);
   for (std::size_t i = 0; i < 6; ++i) {
