@@ -111,33 +111,25 @@ double shareOf(const cv::Mat& flow, float dx, float dy) {
 }
 
 TEST(InitialSearch, EachHintFindsTheDisplacementOnlyInsideItsRange) {
-  const struct { int hint, dx, dy; } found[] = {{0, 3, 1}, {1, -1, 4}, {2, -4, -1}, {3, 1, -5}};
-  for (const auto& c : found)
-    EXPECT_GT(shareOf(searched(shiftedGreys(c.dx, c.dy), c.hint), c.dx, c.dy), 0.9) << c.hint;
-  // Out of range: every stored flow is a whole displacement of the hint's range (of dx, dy).
-  const struct {
-    int hint, dx, dy;
-    cv::Rect range;
-  } missed[] = {{0, -3, 0, {0, -1, 6, 3}}, {3, 0, 4, {-1, -5, 3, 6}}};
-  for (const auto& c : missed) {
-    searched(shiftedGreys(c.dx, c.dy), c.hint).forEach<cv::Vec2f>([&](cv::Vec2f& f, const int*) {
-      ASSERT_TRUE(f[0] == std::round(f[0]) && f[1] == std::round(f[1]) &&
-                  c.range.contains(cv::Point(static_cast<int>(f[0]), static_cast<int>(f[1]))))
-          << "hint " << c.hint << ": " << f;
-    });
-  }
-  for (int hint : {4, 5, -1}) {  // hint 4 and unknown hints search nothing
-    EXPECT_EQ(cv::countNonZero(searched(shiftedGreys(3, 0), hint).reshape(1)), 0) << hint;
-  }
+  // The overlap jobs search rightward (dx 0 to 5) and leftward (dx -5 to 0), dy -1 to 1.
+  EXPECT_GT(shareOf(searched(shiftedGreys(3, 1), kHintRightward), 3, 1), 0.9);
+  EXPECT_GT(shareOf(searched(shiftedGreys(-4, -1), kHintLeftward), -4, -1), 0.9);
+  // Out of range: every stored flow is a whole displacement of the hint's range.
+  searched(shiftedGreys(-3, 0), kHintRightward).forEach<cv::Vec2f>([](cv::Vec2f& f, const int*) {
+    ASSERT_TRUE(f[0] == std::round(f[0]) && f[1] == std::round(f[1]) && f[0] >= 0 && f[0] <= 5 &&
+                std::abs(f[1]) <= 1)
+        << f;
+  });
+  EXPECT_EQ(cv::countNonZero(searched(shiftedGreys(3, 0), kHintNoSearch).reshape(1)), 0);
   auto greys = shiftedGreys(2, 0);
   greys.second *= 1.6;  // brightness is matched
-  EXPECT_GT(shareOf(searched(greys, 0), 2, 0), 0.9);
+  EXPECT_GT(shareOf(searched(greys, kHintRightward), 2, 0), 0.9);
   // Flat images: every candidate costs 0, and the first, zero displacement, stays.
   const cv::Mat flat(kSide, kSide, CV_32F, cv::Scalar(0.5f));
-  EXPECT_EQ(cv::countNonZero(searched({flat, flat}, 2).reshape(1)), 0);
+  EXPECT_EQ(cv::countNonZero(searched({flat, flat}, kHintLeftward).reshape(1)), 0);
   cv::Mat alpha0 = ones();
   alpha0.colRange(0, kSide / 2).setTo(0.9f);  // not above 0.9
-  const cv::Mat flow = searched(shiftedGreys(3, 0), 0, alpha0);
+  const cv::Mat flow = searched(shiftedGreys(3, 0), kHintRightward, alpha0);
   EXPECT_EQ(cv::countNonZero(flow.colRange(0, kSide / 2).reshape(1)), 0);
   EXPECT_EQ(flow.at<cv::Vec2f>(20, 30), cv::Vec2f(3, 0));
 }
