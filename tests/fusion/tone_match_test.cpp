@@ -102,8 +102,6 @@ TEST(ToneMatch, HistogramLevelsMatchUnmaskedCumulativeShares) {
   mask.at<uchar>(0, 3) = 255;
   matchHistogramLevels(source, reference, mask, map);
   EXPECT_TRUE(map[50] == 80u && map[60] == 80u);
-  EXPECT_THROW(matchHistogramLevels(source, reference, cv::Mat::zeros(1, 3, CV_8U), map),
-               cv::Exception);
 }
 
 }  // namespace

@@ -180,7 +180,6 @@ TEST_F(VideoStitchExport, TwoThreadsNeverRunTwoStitchersAtOnce) {
 }
 
 TEST(VideoCommands, NativeSeparatorsAndTheOutputStemUpToTheLastDot) {
-  EXPECT_EQ(kNativeSeparator, '/');
   for (const auto& [path, native] : {std::pair{"//server/share//x", "\\\\server\\share\\\\x"},
                                      {"already\\back\\slashed", "already\\back\\slashed"},
                                      {"", ""}}) {
