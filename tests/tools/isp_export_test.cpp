@@ -8,7 +8,6 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "common/console.h"
-#include "common/status.h"
 #include "api/stitch_handle.h"
 #include "support/scoped_process_state.h"
 #include "support/test_support.h"
