@@ -4,10 +4,10 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "api/simulated_bracket.h"
 #include "common/image_completeness.h"
+#include "support/scoped_process_state.h"
+#include "support/simulated_bracket.h"
 #include "tools/process_runner.h"
-#include "tools/scoped_process_state.h"
 
 namespace velmora::testing {
 namespace {

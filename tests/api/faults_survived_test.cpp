@@ -16,7 +16,7 @@
 #include <set>
 #include <thread>
 
-#include "api/simulated_bracket.h"
+#include "support/simulated_bracket.h"
 
 extern char** environ;
 
