@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Checks an installed Velmora tree as a host developer meets it, then builds the C host in host/
-# against it twice, through the CMake package and through pkg-config, and runs both.
+# Checks an installed Velmora tree as a host developer meets it, then builds the C host
+# (tests/host/fault_host.c) against it twice, through the CMake package and through pkg-config,
+# and runs both.
 #
 #   check_installed_tree.sh <prefix> <libdir> <version> <tool: yes|no> [C compiler] [C flags]
 #
@@ -86,21 +87,37 @@ else
 fi
 finish
 
-# Runs a host binary in a fresh work folder and checks its transcript: the version banner of
-# this release, both cameras' Init lines, the stitch's lines and the rejected lower-case path.
+# Runs the host (tests/host/fault_host.c, a host as a user writes it) in a fresh work folder:
+# Init of the Up camera and a stitch of six shots into up.ppm, Init of the Down camera, and Init
+# with a lower-case "up.txt", which names no camera. Checks the status codes, the panorama's
+# size and the transcript: the version banner of this release, both cameras' Init lines, the
+# stitch's lines and the rejected path.
 run_host() { # run_host <binary> <name>
-  local binary=$1 work=$scratch/work-$2
+  local binary=$1 work=$scratch/work-$2 camera k shots=()
   mkdir -p "$work"
-  if ! "$binary" "$work" >"$work/out.txt" 2>"$work/err.txt"; then
+  for camera in Up Down up; do
+    printf 'focal 31\ncenterX 32\ncenterY 48\nrotX 0.35\nextra1 0\nrotZ 0\n%s\n' \
+      'extra2 0 extra3 0 extra4 0' >"$work/$camera.txt"
+  done
+  for k in 0 1 2 3 4 5; do # 96 x 64 shots of noise
+    { printf 'P6\n96 64\n255\n' && head -c 18432 /dev/urandom; } >"$work/shot$k.ppm"
+    shots+=("$work/shot$k.ppm")
+  done
+  if ! "$binary" "$work/Up.txt" "$work" 96 64 128 64 "$work/up.ppm" "${shots[@]}" \
+    >"$work/out.txt" 2>"$work/err.txt" ||
+    ! "$binary" "$work/Down.txt" "$work" 96 64 128 64 >>"$work/out.txt" 2>>"$work/err.txt" ||
+    "$binary" "$work/up.txt" "$work" 96 64 128 64 >>"$work/out.txt" 2>>"$work/err.txt"; then
     cat "$work/out.txt" "$work/err.txt"
     return 1
   fi
-  grep -qx "==================version-$version==================" "$work/out.txt" &&
+  equals "$(grep -c '^codes 0 0$' "$work/out.txt")" 2 &&
+    grep -qx "codes -1 0" "$work/out.txt" &&
+    equals "$(head -n 2 "$work/up.ppm" | tr '\n' ' ')" "P6 128 64 " &&
+    grep -qx "==================version-$version==================" "$work/out.txt" &&
     grep -qx "Init UpCam done." "$work/out.txt" &&
     grep -qx "Init DownCam done." "$work/out.txt" &&
     grep -qx "Stitch up cameras." "$work/out.txt" &&
     grep -qx "Optical flow stitch finished." "$work/out.txt" &&
-    grep -qx "host ok" "$work/out.txt" &&
     grep -qx "Configure path:$work/up.txt error." "$work/err.txt"
 }
 
@@ -141,7 +158,7 @@ pc_libdir=$(pkg-config --variable=libdir velmora)
 check "pkg-config's libdir is the tree's" equals "$(cd "$pc_libdir" && pwd)" "$lib"
 # shellcheck disable=SC2046,SC2086
 check "build with cc \$(pkg-config --cflags --libs velmora)" \
-  "$cc" -std=c99 -Wall -Wextra -Werror -pedantic $cflags "$here/host/host.c" \
+  "$cc" -std=c99 -Wall -Wextra -Werror -pedantic $cflags "$here/../host/fault_host.c" \
   $(pkg-config --cflags velmora) -o "$scratch/pkg-config-host" $(pkg-config --libs velmora) \
   -Wl,-rpath,"$pc_libdir"
 check "host links the tree's libvelmora.so.$major alone" \
