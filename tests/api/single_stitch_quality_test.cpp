@@ -8,9 +8,9 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "rig/ring_projection.h"
 #include "api/stitch_handle.h"
 #include "common/image_io.h"
+#include "rig/ring_projection.h"
 #include "sim/ground_truth.h"
 #include "sim/rig_simulation.h"
 #include "support/simulated_bracket.h"

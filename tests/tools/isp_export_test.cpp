@@ -7,14 +7,14 @@
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 
-#include "common/console.h"
 #include "api/stitch_handle.h"
+#include "common/console.h"
+#include "common/saturation.h"
 #include "support/scoped_process_state.h"
 #include "support/test_support.h"
 #include "tools/file_copy.h"
 #include "tools/isp_script.h"
 #include "tools/process_runner.h"
-#include "common/saturation.h"
 #include "velmora.h"
 
 namespace velmora {

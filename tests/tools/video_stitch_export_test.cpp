@@ -10,9 +10,9 @@
 #include <sstream>
 #include <thread>
 
+#include "api/video_stitch_handle.h"
 #include "common/console.h"
 #include "common/status.h"
-#include "api/video_stitch_handle.h"
 #include "support/scoped_process_state.h"
 #include "support/test_support.h"
 #include "tools/frame_grab.h"
