@@ -4,6 +4,7 @@
 #   include/velmora.h
 #   bin/velmora                                   the command-line tool, when it is built
 #   share/velmora/isp/isp.bat, asset/*.pp3        the Linux colour step
+#   share/velmora/cluster/                        the batch's Slurm job script and Kubernetes Job
 #   share/doc/velmora/README.md
 #   lib/python3/dist-packages/velmora/            the Python package (python/CMakeLists.txt)
 #   lib/cmake/Velmora/                            find_package(Velmora) -> Velmora::velmora
@@ -44,9 +45,11 @@ if(TARGET velmora_tool)
   install(TARGETS velmora_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
-# ---- The Linux colour step and the README -----------------------------------------------------
-# USE_SOURCE_PERMISSIONS keeps isp.bat executable.
+# ---- The Linux colour step, the cluster files and the README -------------------------------------
+# USE_SOURCE_PERMISSIONS keeps isp.bat and the job script executable.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/isp/ DESTINATION ${VELMORA_INSTALL_DATADIR}/isp
+        USE_SOURCE_PERMISSIONS)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/cluster/ DESTINATION ${VELMORA_INSTALL_DATADIR}/cluster
         USE_SOURCE_PERMISSIONS)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${VELMORA_INSTALL_DOCDIR})
 

@@ -78,6 +78,10 @@ for profile in satuHigh.pp3 satuLow.pp3 isp_minion.pp3; do
   check "colour profile share/velmora/isp/asset/$profile" \
     test -f "$prefix/share/velmora/isp/asset/$profile"
 done
+check "cluster job script share/velmora/cluster/velmora-batch.sbatch, executable" \
+  test -x "$prefix/share/velmora/cluster/velmora-batch.sbatch"
+check "Kubernetes Job share/velmora/cluster/velmora-batch-job.yaml" \
+  test -f "$prefix/share/velmora/cluster/velmora-batch-job.yaml"
 check "share/doc/velmora/README.md" test -f "$prefix/share/doc/velmora/README.md"
 if [ "$expect_tool" = yes ]; then
   check "tool bin/velmora runs (--help)" "$prefix/bin/velmora" --help
