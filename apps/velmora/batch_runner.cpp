@@ -220,14 +220,15 @@ class CaptureRunner {
       result.code = -1;
       result.signal = WTERMSIG(status);
       result.outcome = stopSignal_ != 0 ? "stopped" : "crashed";
-      result.error = std::string(stopSignal_ != 0 ? "stopped by signal " : "crashed: signal ") +
-                     std::to_string(result.signal) + " (" + strsignal(result.signal) + ")";
+      result.error =
+          "signal " + std::to_string(result.signal) + " (" + strsignal(result.signal) + ")";
       if (!error.empty()) result.error += "; last error line: " + error;
     }
     if (!result.done()) removeLeftovers(record, pid);
     if (!capture.workDir.empty()) {
       std::error_code ignored;
       fs::remove_all(capture.workDir, ignored);
+      fs::remove(fs::path(capture.workDir).parent_path(), ignored);  // .work, once empty
     }
     result.finished = utcTimestamp();
     appendStatus(settings_.statusPath, result);

@@ -141,12 +141,13 @@ TEST_F(BatchCommand, SigtermStopsTheRunningCaptureWithoutLeftoversAndTheNextRunG
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 128 + SIGTERM) << readFile(console_.file("stopped.txt"));
 
-  size_t done = 0;
+  size_t done = 0, stopped = 0;
   for (const json& record : jsonLines(out("status.jsonl"))) {
     const std::string name = record["name"];
     SCOPED_TRACE(record.dump());
     if (record["outcome"] == "done") ++done;
     if (record["outcome"] == "stopped") {
+      ++stopped;
       EXPECT_EQ(record["signal"], SIGTERM);
     }
     EXPECT_EQ(fs::exists(out(name + "_Up.jpg")), record["outcome"] == "done");
@@ -154,6 +155,7 @@ TEST_F(BatchCommand, SigtermStopsTheRunningCaptureWithoutLeftoversAndTheNextRunG
   }
   ASSERT_GE(done, 1u);
   ASSERT_LT(done, 3u);
+  EXPECT_EQ(stopped, 1u);  // the capture that was running
   EXPECT_TRUE(hiddenFiles(out()).empty());
 
   expectRun(batch(manifest() + " -o " + out()), 1,
@@ -161,7 +163,8 @@ TEST_F(BatchCommand, SigtermStopsTheRunningCaptureWithoutLeftoversAndTheNextRunG
 }
 
 TEST_F(BatchCommand, ArrayTasksShareTheManifestAndTheReportMergesThem) {
-  // A fifth capture: an HDR stitch with the colour step, in a working copy of the stand-in set-up.
+  // Two more captures of one bracket, each with the stand-in colour step in a working folder of
+  // its own: an HDR stitch (task 0) and a repair (task 1).
   TempDir bracket, colour;
   ASSERT_EQ(runTool(bracket, "simulate -o " + bracket.file("h") +
                                  " --camera up --exposures 2,1,0.5 --no-truth" + kSizes)
@@ -173,12 +176,17 @@ TEST_F(BatchCommand, ArrayTasksShareTheManifestAndTheReportMergesThem) {
                            captures_->file("h.jsonl"));
   ASSERT_EQ(scanned.exitCode, 0) << scanned.err;
   const std::string mixed = captures_->file("mixed.jsonl");
-  writeTextFile(mixed, readFile(manifest()) + readFile(captures_->file("h.jsonl")));
+  json repair = json::parse(readFile(captures_->file("h.jsonl")));
+  repair.erase("isp");
+  repair.update({{"name", "r"}, {"operation", "repair"}, {"output", "fixed/r.png"}});
+  repair["rects"] = json::array({json::array({40, 20, 10, 10})});
+  writeTextFile(mixed,
+                readFile(manifest()) + readFile(captures_->file("h.jsonl")) + repair.dump() + "\n");
 
   const std::string common =
       mixed + " -o " + out() + " --tasks 2 --colour-step " + colour.path().string();
   expectRun(batch(common + " --task 0"), 1, {"3 captures in task 0", "c2 failed"});
-  expectRun(batch(common, "SLURM_ARRAY_TASK_ID=1 "), 0, {"2 captures in task 1"});
+  expectRun(batch(common, "SLURM_ARRAY_TASK_ID=1 "), 0, {"3 captures in task 1"});
   std::vector<std::string> names[2];
   for (int task : {0, 1}) {
     for (const json& record : jsonLines(out("status-task-" + std::to_string(task) + ".jsonl"))) {
@@ -188,15 +196,16 @@ TEST_F(BatchCommand, ArrayTasksShareTheManifestAndTheReportMergesThem) {
     std::sort(names[task].begin(), names[task].end());  // in the order they finished
   }
   EXPECT_EQ(names[0], (std::vector<std::string>{"c0", "c2", "h"}));
-  EXPECT_EQ(names[1], (std::vector<std::string>{"c1", "c3"}));
+  EXPECT_EQ(names[1], (std::vector<std::string>{"c1", "c3", "r"}));
   EXPECT_TRUE(fs::exists(out("h.jpg")) && !fs::exists(out("h.jpg.jpg")));
-  EXPECT_FALSE(fs::exists(out(".work/h")));
+  EXPECT_TRUE(fs::exists(out("fixed/r.png")) && !fs::exists(out("fixed/r.png.jpg")));
+  EXPECT_FALSE(fs::exists(out(".work")));
 
   expectRun(batch("report " + out() + " --manifest " + mixed), 1,
-            {"5 captures: 4 done, 1 failed, 0 stopped, 0 not run", "c2 failed (status -1)"});
+            {"6 captures: 5 done, 1 failed, 0 stopped, 0 not run", "c2 failed (status -1)"});
   const json summary = json::parse(readFile(out("summary.json")));
-  EXPECT_EQ(summary["done"], 4);
-  EXPECT_EQ(summary["records"].size(), 5u);
+  EXPECT_EQ(summary["done"], 5);
+  EXPECT_EQ(summary["records"].size(), 6u);
   expectRun(batch(mixed + " -o " + out() + " --task 2 --tasks 2"), 1, {"beyond the 2 tasks"});
 }
 
