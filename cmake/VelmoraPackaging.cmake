@@ -6,7 +6,7 @@
 # Depends is computed by dpkg-shlibdeps (package dpkg-dev) from what the library and the tool
 # actually load: the OpenCV runtime packages, libc, libstdc++ and libgcc. The colour step and the
 # video steps start rawtherapee-cli and ffmpeg, and the Python package needs python3, hence the
-# Recommends.
+# Recommends; the batch's job script submits through Slurm's client commands, hence the Suggests.
 set(VELMORA_PACKAGE_MAINTAINER "Velmora maintainers <velmora@localhost>"
     CACHE STRING "Maintainer field of the Debian package")
 
@@ -20,7 +20,8 @@ set(CPACK_PACKAGE_DESCRIPTION
 panoramas: optical-flow stitching, exposure fusion, panorama repair, a colour step and a
 video stitch driven by external tools. The package holds the shared library, its C header,
 the CMake package and the pkg-config file for linking it, the velmora command-line tool, the
-Linux colour-step script with its profiles and the Python package velmora.")
+Linux colour-step script with its profiles, the Python package velmora, and the batch's Slurm
+job script and Kubernetes Job.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
@@ -33,5 +34,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rawtherapee, ffmpeg, python3")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "slurm-client")
 
 include(CPack)
