@@ -23,8 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// How often the progress bar is redrawn while no capture ends.
-constexpr long kTickNanoseconds = 1000000000L;
+// How often, in seconds, the progress bar is redrawn while no capture ends.
+constexpr time_t kTickSeconds = 1;
 // The library names the temporary of a file it writes ".velmora-<process id>-<n>-<name>".
 std::string temporaryPrefix(pid_t pid) {
   return ".velmora-" + std::to_string(pid) + "-";
@@ -61,8 +61,7 @@ class CaptureRunner {
         waitForSignal(signals);
       }
     } catch (...) {
-      stopAll(SIGTERM);
-      while (!running_.empty()) reapFinished(true);
+      abandonRunning();
       sigprocmask(SIG_SETMASK, &previous, nullptr);
       throw;
     }
@@ -153,12 +152,12 @@ class CaptureRunner {
     progress_.started();
   }
 
-  // Reaps the captures that have ended (blocking for one when `block`); returns whether any did.
-  bool reapFinished(bool block = false) {
+  // Reaps the captures that have ended; returns whether any did.
+  bool reapFinished() {
     bool any = false;
     int status = 0;
     pid_t pid;
-    while ((pid = waitpid(-1, &status, block && !any ? 0 : WNOHANG)) > 0) {
+    while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
       const auto it = running_.find(pid);
       if (it == running_.end()) continue;
       finish(pid, it->second, status);
@@ -169,7 +168,7 @@ class CaptureRunner {
   }
 
   void waitForSignal(const sigset_t& signals) {
-    const timespec tick{0, kTickNanoseconds - 1};
+    const timespec tick{kTickSeconds, 0};
     siginfo_t info;
     const int signal = sigtimedwait(&signals, &info, &tick);
     if ((signal == SIGINT || signal == SIGTERM) && stopSignal_ == 0) {
@@ -177,6 +176,22 @@ class CaptureRunner {
       stopAll(signal);
     }
     progress_.tick();
+  }
+
+  // After a failure of the batch itself (its status file cannot be written, say): stops and
+  // waits for every running capture and removes what they wrote, recording nothing.
+  void abandonRunning() noexcept {
+    stopAll(SIGTERM);
+    for (const auto& [pid, capture] : running_) {
+      int status = 0;
+      waitpid(pid, &status, 0);
+      try {
+        removeLeftovers(*capture.record, pid);
+      } catch (...) {
+        // Nothing more can be done about it; the batch's own error is reported.
+      }
+    }
+    running_.clear();
   }
 
   void stopAll(int signal) {
@@ -215,14 +230,17 @@ class CaptureRunner {
       for (const std::string& output : result.outputs) whole = whole && fs::exists(output);
       result.outcome = whole ? "done" : stopSignal_ != 0 ? "stopped" : "failed";
       if (!whole) result.error = !error.empty() ? error : "exit code " + std::to_string(exitCode);
-      if (exitCode == kCaptureExitDone && !whole) result.error = "no panorama was written";
+      if (exitCode == kCaptureExitDone && !whole) {
+        result.code = -1;
+        result.error = "no panorama was written";
+      }
     } else {
       result.code = -1;
       result.signal = WTERMSIG(status);
       result.outcome = stopSignal_ != 0 ? "stopped" : "crashed";
       result.error =
           "signal " + std::to_string(result.signal) + " (" + strsignal(result.signal) + ")";
-      if (!error.empty()) result.error += "; last error line: " + error;
+      if (!error.empty()) result.error += "; error line: " + error;
     }
     if (!result.done()) removeLeftovers(record, pid);
     if (!capture.workDir.empty()) {
