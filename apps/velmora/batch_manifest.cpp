@@ -214,7 +214,7 @@ CaptureRecord recordFromJson(const json& object, const std::string& baseDir) {
       refuse("down", "only a single stitch takes the lower camera");
     record.down = cameraField(object, "down", baseDir, {6});
     if (record.up.config.empty() && record.down.config.empty()) {
-      refuse(stitch ? "up" : "up", stitch ? "a stitch needs \"up\", \"down\" or both" : "missing");
+      refuse("up", stitch ? "missing: a stitch needs \"up\", \"down\" or both" : "missing");
     }
     record.output = stringField(object, "output", false);
     if (record.output.empty()) record.output = record.name + ".jpg";
