@@ -2,6 +2,7 @@
 // of its own, with progress, a status file and resumption; `--task I` runs the share of one task
 // of a job array. `batch scan` writes a manifest for a folder of capture folders, `batch tables`
 // prepares the projection tables, `batch report` merges the status files of every task.
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -207,7 +208,7 @@ class BatchCommand : public Command {
 
     BatchRun run;
     if (!toRun.empty()) {
-      if (!prepareTables(toRun, tableDir_)) return 1;
+      if (const int stop = prepareTablesUninterrupted(toRun)) return stop;
       BatchSettings settings{
           outputDir_, tableDir_, colourStepDir_, statusFilePath(outputDir_, task), jobs, task};
       BatchProgress progress(std::cout, toRun.size(), isatty(STDOUT_FILENO) != 0);
@@ -222,6 +223,27 @@ class BatchCommand : public Command {
       return 128 + run.stopSignal;
     }
     return summary.allDone() ? 0 : 1;
+  }
+
+  // Prepares the tables with SIGINT and SIGTERM held back, so that a table is never left half
+  // written; a stop asked for meanwhile takes effect after it. Returns 0 to go on, else the
+  // exit code: 1 when an Init failed, 128 + the signal when stopped.
+  int prepareTablesUninterrupted(const std::vector<CaptureRecord>& toRun) const {
+    sigset_t stops, previous;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    sigprocmask(SIG_BLOCK, &stops, &previous);
+    const bool prepared = prepareTables(toRun, tableDir_);
+    const timespec now{0, 0};
+    const int stop = sigtimedwait(&stops, nullptr, &now);
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+    if (stop > 0) {
+      std::cout << "velmora batch: stopped by signal " << stop
+                << " before any capture ran; run the same command again to go on." << std::endl;
+      return 128 + stop;
+    }
+    return prepared ? 0 : 1;
   }
 
   bool outputsExist(const CaptureRecord& record) const {

@@ -141,6 +141,12 @@ class CaptureRunner {
       const int err = open(errLog.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
       if (workDir != nullptr && chdir(workDir) != 0) _exit(127);
+      // A stop the batch passes on must reach the capture even where the batch was started
+      // with these signals ignored (a background job of a script).
+      struct sigaction byDefault {};
+      byDefault.sa_handler = SIG_DFL;
+      sigaction(SIGINT, &byDefault, nullptr);
+      sigaction(SIGTERM, &byDefault, nullptr);
       sigset_t none;
       sigemptyset(&none);
       sigprocmask(SIG_SETMASK, &none, nullptr);
