@@ -10,8 +10,8 @@
 // The inputs are simulated with `velmora simulate` on the first run and kept in
 // VELMORA_BENCH_DATA (default: /tmp/velmora-bench-data, shared with pipeline_bench), as are the
 // projection tables, prepared before any timing. Every capture of a manifest stitches the same
-// shots into its own panorama; a case runs twice as many captures as there are processor pairs
-// (at least two), into a fresh output folder.
+// shots into its own panorama; a case runs twice as many captures as there are processors (at
+// least four), into a fresh output folder.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -87,8 +87,8 @@ int concurrencyIn(const std::string& log) {
 }
 
 void BM_BatchThroughput(benchmark::State& state, bool hdr, bool defaultConcurrency) {
-  // As many captures as the processors allow at once, twice over (at least two).
-  const int count = 2 * static_cast<int>(std::max(1u, std::thread::hardware_concurrency() / 2));
+  // As many captures as the processors allow at once, twice over (at least four).
+  const int count = std::max(4, 2 * static_cast<int>(std::thread::hardware_concurrency()));
   const std::string manifest = writeManifest(hdr, count);
   if (!runTool({"batch", "tables", manifest, "-t", dataFolder()})) {
     state.SkipWithError("the tables could not be prepared");
