@@ -5,12 +5,9 @@
 
 #include <opencv2/core.hpp>
 
-namespace velmora {
+#include "flow/flow_cost.h"
 
-// Weight of the distance from the smooth prior in the flow cost.
-constexpr float kPriorWeight = 0.012f;
-// Weight of the displacement length terms (|fy| / width and |fx| / height) in the flow cost.
-constexpr float kDisplacementWeight = 0.02f;
+namespace velmora {
 // A pixel is refined only when both its alphas are above this.
 constexpr float kSweepAlphaThreshold = 0.9f;
 // Step of the numeric derivative of the cost, in pixels.
@@ -39,13 +36,16 @@ cv::Mat smoothPrior(const cv::Mat& flow);
 // 0.02 |fx| / H, all in 32-bit float (the length terms are crossed on purpose). A visited
 // pixel takes, in turn for d = 1 (narrow) or d = 2, 4, 6, 8 (wide), the flow of (x - d, y) when
 // x > d and then of (y - d, x) when y > d, whenever it costs strictly less; then it takes one
-// gradient step f - 0.5 (E(f + delta) - E(f)) / 0.001 per component. Throws Failure on sizes or
-// types that do not fit.
-void forwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide);
+// gradient step f - 0.5 (E(f + delta) - E(f)) / 0.001 per component. The costs are evaluated
+// with `unit` (by default the fastest the processor has; every unit gives the same bits). Throws
+// Failure on sizes or types that do not fit.
+void forwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide,
+                  CostUnit unit = fastestCostUnit());
 
 // The backward sweep: rows bottom to top, columns right to left, candidates (x + d, y) when
 // x < W - d and then (x, y + d) when y < H - d; otherwise as forwardSweep.
-void backwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide);
+void backwardSweep(const SweepInputs& inputs, cv::Mat& flow, bool wide,
+                   CostUnit unit = fastestCostUnit());
 
 // Blends `flow` towards its 15 x 15 Gaussian blur Q (sigma 8) by the joint validity
 // a = alpha0 x alpha1: flow = a flow + (1 - a) Q per component, so invalid pixels take the smooth

@@ -23,8 +23,8 @@ using testing::sameBits;
 
 // Bilinear sample, the position clamped to [0, size - 2] first at 0, then at the upper bound.
 float sample(const cv::Mat& image, float x, float y) {
-  x = std::min(std::max(x, 0.0f), image.cols - 2.0f);
-  y = std::min(std::max(y, 0.0f), image.rows - 2.0f);
+  x = std::min(x > 0.0f ? x : 0.0f, image.cols - 2.0f);  // NaN reads as 0
+  y = std::min(y > 0.0f ? y : 0.0f, image.rows - 2.0f);
   const int i = static_cast<int>(x), j = static_cast<int>(y);
   const float u = x - i, v = y - j, s00 = image.at<float>(j, i), s01 = image.at<float>(j, i + 1),
               s10 = image.at<float>(j + 1, i), s11 = image.at<float>(j + 1, i + 1);
@@ -40,6 +40,67 @@ float cost(const SweepInputs& in, int x, int y, cv::Vec2f f) {
   return std::sqrt(ex * ex + ey * ey) +
          0.012f * std::sqrt((f[0] - p[0]) * (f[0] - p[0]) + (f[1] - p[1]) * (f[1] - p[1])) +
          0.02f * std::fabs(f[1]) / W + 0.02f * std::fabs(f[0]) / H;
+}
+
+std::vector<CostUnit> availableUnits() {
+  std::vector<CostUnit> units;
+  for (CostUnit unit : {CostUnit::kPlain, CostUnit::kSse2, CostUnit::kAvx2}) {
+    if (costUnitAvailable(unit)) units.push_back(unit);
+  }
+  return units;
+}
+
+// Every unit costs every lane as the formula does, for batches of every length (so every partial
+// vector occurs) and flows that reach past every border or are not finite.
+TEST(CostReference, EveryUnitCostsEveryLaneAsTheFormula) {
+  cv::RNG rng(8);
+  const cv::Size size(13, 7);  // odd, so no row starts on a vector boundary
+  SweepInputs in;
+  for (cv::Mat* m : {&in.gradient0x, &in.gradient0y, &in.gradient1x, &in.gradient1y}) {
+    m->create(size, CV_32F);
+    rng.fill(*m, cv::RNG::UNIFORM, -1.0f, 1.0f);
+  }
+  in.prior.create(size, CV_32FC2);
+  rng.fill(in.prior, cv::RNG::UNIFORM, -2.0f, 2.0f);
+  const LevelCostContext level{in.gradient1x.ptr<float>(),
+                               in.gradient1y.ptr<float>(),
+                               static_cast<std::size_t>(size.width),
+                               size.width - 2.0f,
+                               size.height - 2.0f,
+                               static_cast<float>(size.width),
+                               static_cast<float>(size.height)};
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float special[][2] = {{-0.0f, 0.0f},     {nan, 1.5f},   {2.0f, nan},   {-40.0f, 30.0f},
+                              {11.999f, 5.999f}, {12.0f, 6.0f}, {-0.5f, -0.5f}};
+  for (int count = 1; count <= CostBatch::kCapacity; ++count) {
+    CostBatch batch;
+    for (int i = 0; i < CostBatch::kPixels; ++i) {
+      const int x = (i * 5) % size.width, y = (i * 3) % size.height;
+      const cv::Vec2f p = in.prior.at<cv::Vec2f>(y, x);
+      batch.setPixel(i, {static_cast<float>(x), static_cast<float>(y),
+                         in.gradient0x.at<float>(y, x), in.gradient0y.at<float>(y, x), p[0], p[1]});
+    }
+    for (int k = 0; k < count; ++k) {
+      const bool odd = k % 4 == 3;
+      const float fx = odd ? special[k % 7][0] : rng.uniform(-16.0f, 16.0f);
+      const float fy = odd ? special[k % 7][1] : rng.uniform(-9.0f, 9.0f);
+      batch.setLane(k, (k * 3) % CostBatch::kPixels, fx, fy);
+    }
+    for (CostUnit unit : availableUnits()) {
+      CostBatch costed = batch;
+      evaluateCosts(unit, level, costed, count);
+      for (int k = 0; k < count; ++k) {
+        const int i = batch.pixel[k];
+        const float expected = cost(in, static_cast<int>(batch.x[i]), static_cast<int>(batch.y[i]),
+                                    cv::Vec2f(batch.fx[k], batch.fy[k]));
+        // A NaN cost never wins a comparison, whatever its sign bit.
+        const bool same = std::isnan(expected)
+                              ? std::isnan(costed.cost[k])
+                              : std::memcmp(&costed.cost[k], &expected, sizeof(float)) == 0;
+        EXPECT_TRUE(same) << "unit " << int(unit) << " count " << count << " lane " << k;
+      }
+    }
+  }
 }
 
 // One pixel at a time in visiting order, each candidate costed and taken on the spot.
@@ -82,11 +143,15 @@ TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
     rng.fill(start, cv::RNG::UNIFORM, -6.0f, 6.0f);
     for (bool wide : {false, true}) {
       for (bool forward : {true, false}) {
-        cv::Mat expected = start.clone(), flow = start.clone();
+        cv::Mat expected = start.clone();
         referenceSweep(in, expected, forward, wide);
-        forward ? forwardSweep(in, flow, wide) : backwardSweep(in, flow, wide);
         ASSERT_FALSE(sameBits(expected, start)) << "the sweep changed nothing";
-        EXPECT_TRUE(sameBits(flow, expected)) << size << " wide " << wide << " forward " << forward;
+        for (CostUnit unit : availableUnits()) {
+          cv::Mat flow = start.clone();
+          forward ? forwardSweep(in, flow, wide, unit) : backwardSweep(in, flow, wide, unit);
+          EXPECT_TRUE(sameBits(flow, expected))
+              << size << " wide " << wide << " forward " << forward << " unit " << int(unit);
+        }
       }
     }
   }
