@@ -60,15 +60,25 @@ InterpolationGrid bandGrid(int count, int frameWidth, int frameHeight) {
 
 namespace {
 
+// Rows of the displaced-position map built and resampled at a time: the map of a whole band
+// would be as large as its flow and be written once and read once.
+constexpr int kWarpStripRows = 32;
+
 // warpByFlow's image, and its magnitudes when `magnitude` is given (a band needs only the image).
+// The image is warped in strips of rows, each through the map of its own rows: every warped
+// pixel depends on its own map entry alone, so the strips give the bytes of one whole remap.
 cv::Mat warpImage(const InterpolationGrid& grid, const cv::Mat& image, const cv::Mat& flow,
                   BandSide side, cv::Mat* magnitude) {
   if (image.type() != CV_8UC4 || flow.type() != CV_32FC2) {
     throw Failure("Seam warp: the image must be 8-bit BGRA and the flow CV_32FC2.");
   }
-  // The resampled flow becomes the map of displaced positions in place; remember (1 - s) per
-  // column.
-  cv::Mat displaced = flowAtGridPositions(flow, grid);
+  // The flow at the grid positions: the flow itself where it is finite (see flowAtGridPositions),
+  // else its cubic resampling, made whole.
+  const bool finite = cv::checkRange(flow);
+  const cv::Mat resampled = finite ? flow : flowAtGridPositions(flow, grid);
+  const int flowColumns = std::min(grid.columns, resampled.cols);
+  const int flowRows = std::min(grid.rows, resampled.rows);
+  // The displacement s of every column, and the share (1 - s) of its alpha that is kept.
   std::vector<float> keep(grid.columns);
   std::vector<float> displacement(grid.columns);
   for (int x = 0; x < grid.columns; ++x) {
@@ -77,28 +87,37 @@ cv::Mat warpImage(const InterpolationGrid& grid, const cv::Mat& image, const cv:
     keep[x] = 1.0f - displacement[x];
   }
   if (magnitude != nullptr) magnitude->create(grid.rows, grid.columns, CV_32F);
-  for (int y = 0; y < grid.rows; ++y) {
-    cv::Vec2f* map = displaced.ptr<cv::Vec2f>(y);
-    if (magnitude != nullptr) {
-      float* length = magnitude->ptr<float>(y);
+  cv::Mat warped(grid.rows, grid.columns, CV_8UC4);
+  cv::Mat map(std::min(kWarpStripRows, grid.rows), grid.columns, CV_32FC2);
+  for (int top = 0; top < grid.rows; top += kWarpStripRows) {
+    const int bottom = std::min(grid.rows, top + kWarpStripRows);
+    cv::Mat stripMap = map.rowRange(0, bottom - top);
+    for (int y = top; y < bottom; ++y) {
+      cv::Vec2f* entry = stripMap.ptr<cv::Vec2f>(y - top);
+      const cv::Vec2f* flowRow = y < flowRows ? resampled.ptr<cv::Vec2f>(y) : nullptr;
+      const int columns = flowRow != nullptr ? flowColumns : 0;
+      for (int x = 0; x < columns; ++x) entry[x] = flowRow[x];
+      for (int x = columns; x < grid.columns; ++x) entry[x] = cv::Vec2f(0.0f, 0.0f);
+      if (magnitude != nullptr) {
+        float* length = magnitude->ptr<float>(y);
+        for (int x = 0; x < grid.columns; ++x) {
+          length[x] = std::sqrt(entry[x][0] * entry[x][0] + entry[x][1] * entry[x][1]);
+        }
+      }
+      const float fy = static_cast<float>(y);
       for (int x = 0; x < grid.columns; ++x) {
-        length[x] = std::sqrt(map[x][0] * map[x][0] + map[x][1] * map[x][1]);
+        const float s = displacement[x];
+        entry[x] = cv::Vec2f(static_cast<float>(x) + s * entry[x][0], fy + s * entry[x][1]);
       }
     }
-    const float fy = static_cast<float>(y);
-    for (int x = 0; x < grid.columns; ++x) {
-      const float s = displacement[x];
-      map[x] = cv::Vec2f(static_cast<float>(x) + s * map[x][0], fy + s * map[x][1]);
-    }
-  }
-  cv::Mat warped;
-  cv::remap(image, warped, displaced, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
-            cv::Scalar::all(0));
-
-  for (int y = 0; y < grid.rows; ++y) {
-    uchar* pixel = warped.ptr<uchar>(y);
-    for (int x = 0; x < grid.columns; ++x) {
-      pixel[4 * x + 3] = static_cast<uchar>(keep[x] * static_cast<float>(pixel[4 * x + 3]));
+    cv::Mat stripWarped = warped.rowRange(top, bottom);
+    cv::remap(image, stripWarped, stripMap, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+              cv::Scalar::all(0));
+    for (int y = 0; y < bottom - top; ++y) {
+      uchar* pixel = stripWarped.ptr<uchar>(y);
+      for (int x = 0; x < grid.columns; ++x) {
+        pixel[4 * x + 3] = static_cast<uchar>(keep[x] * static_cast<float>(pixel[4 * x + 3]));
+      }
     }
   }
   return warped;

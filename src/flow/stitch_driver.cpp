@@ -95,11 +95,18 @@ void interpolateBands(const Overlaps& cuts, const Overlaps& flows, int count, un
 // The bands side by side in pair order, without alpha, resized to the frame.
 void assembleBands(const Bands& bands, int count, unsigned frameWidth, unsigned frameHeight,
                    cv::Mat& output) {
-  cv::Mat joined;
-  cv::hconcat(std::vector<cv::Mat>(bands.begin(), bands.begin() + count), joined);
-  cv::Mat colour;
-  cv::cvtColor(joined, colour, cv::COLOR_BGRA2BGR);
-  joined.release();
+  // Each band goes without its alpha straight into its columns of the joined image: the bytes
+  // of joining first and dropping the alpha after, without the joined BGRA copy.
+  int columns = 0;
+  for (int i = 0; i < count; ++i) {
+    CV_Assert(bands[i].type() == CV_8UC4 && bands[i].rows == bands[0].rows);
+    columns += bands[i].cols;
+  }
+  cv::Mat colour(bands[0].rows, columns, CV_8UC3);
+  for (int i = 0, left = 0; i < count; left += bands[i].cols, ++i) {
+    cv::Mat part = colour.colRange(left, left + bands[i].cols);
+    cv::cvtColor(bands[i], part, cv::COLOR_BGRA2BGR);
+  }
   cv::resize(colour, output, cv::Size(static_cast<int>(frameWidth), static_cast<int>(frameHeight)),
              0.0, 0.0, cv::INTER_LINEAR);
 }
