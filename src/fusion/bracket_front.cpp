@@ -14,6 +14,7 @@ namespace {
 // One head position's fusion job.
 struct FusionRecord {
   std::string paths[kSlotsPerPosition];
+  cv::Mat shots[kSlotsPerPosition];  // already read, or empty
   WhiteBalanceGains gains;
   cv::Mat* output = nullptr;
 };
@@ -29,8 +30,8 @@ std::vector<std::string> bracketSlotsFromHost(const char* const* shots) {
   return slots;
 }
 
-bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots,
-                       int exposureCount) {
+bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots, int exposureCount,
+                       std::vector<cv::Mat>* decoded) {
   if (shots.size() != kHeadPositions * kSlotsPerPosition) {
     throw Failure("Expected 18 shot slots, got " + std::to_string(shots.size()) + ".");
   }
@@ -43,9 +44,11 @@ bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots,
     for (int e = 0; e < exposureCount; ++e) slots.push_back(p * kSlotsPerPosition + e);
   }
   std::vector<char> usable(slots.size(), 0);
+  if (decoded != nullptr) decoded->assign(shots.size(), cv::Mat());
   runForEachItem(slots.size(), [&](std::size_t i) {
-    const cv::Mat shot = readColorImage(shots[slots[i]]);
+    cv::Mat shot = readColorImage(shots[slots[i]]);
     usable[i] = !shot.empty() && shot.size() == shotSize;
+    if (decoded != nullptr && usable[i]) (*decoded)[slots[i]] = std::move(shot);
   });
   for (std::size_t i = 0; i < slots.size(); ++i) {
     if (!usable[i]) {
@@ -57,12 +60,16 @@ bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots,
 }
 
 std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exposureCount,
-                                  const WhiteBalanceGains& gains) {
+                                  const WhiteBalanceGains& gains, std::vector<cv::Mat> decoded) {
   std::vector<cv::Mat> fused(kHeadPositions);
   std::vector<FusionRecord> records(kHeadPositions);
   for (int p = 0; p < kHeadPositions; ++p) {
     FusionRecord& record = records[p];
-    for (int e = 0; e < exposureCount; ++e) record.paths[e] = shots[p * kSlotsPerPosition + e];
+    for (int e = 0; e < exposureCount; ++e) {
+      const std::size_t slot = p * kSlotsPerPosition + e;
+      record.paths[e] = shots[slot];
+      if (slot < decoded.size()) record.shots[e] = std::move(decoded[slot]);
+    }
     record.gains = gains;
     record.output = &fused[p];
   }
@@ -70,8 +77,10 @@ std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exp
   for (FusionRecord& record : records) {
     workers.start([&record] {
       // A fusion reports trouble by throwing; its boolean result carries nothing more.
-      fuseExposures(record.paths[2], record.paths[1], record.paths[0], *record.output,
-                    record.gains.red, record.gains.green, record.gains.blue);
+      fuseExposures(
+          {std::move(record.shots[2]), std::move(record.shots[1]), std::move(record.shots[0])},
+          {record.paths[2], record.paths[1], record.paths[0]}, *record.output, record.gains.red,
+          record.gains.green, record.gains.blue);
     });
   }
   workers.join();

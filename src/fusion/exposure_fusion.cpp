@@ -255,12 +255,19 @@ void computeExposureWeights(const std::vector<cv::Mat>& exposures, std::vector<c
 
 bool fuseExposures(const std::string& path1, const std::string& path2, const std::string& path3,
                    cv::Mat& out, float gain1, float gain2, float gain3) {
-  std::array<cv::Mat, kExposureCount> shots;
-  shots[0] = readExposure(path1);
-  shots[1] = readExposure(path2);
-  requireSameSize(shots[0], shots[1], path2);
-  shots[2] = readExposure(path3);
-  requireSameSize(shots[0], shots[2], path3);
+  return fuseExposures({}, {path1, path2, path3}, out, gain1, gain2, gain3);
+}
+
+bool fuseExposures(std::array<cv::Mat, 3> exposures, const std::array<std::string, 3>& paths,
+                   cv::Mat& out, float gain1, float gain2, float gain3) {
+  std::array<cv::Mat, kExposureCount> shots = std::move(exposures);
+  for (int k = 0; k < kExposureCount; ++k) {
+    if (shots[k].empty()) shots[k] = readExposure(paths[k]);
+    if (shots[k].type() != CV_8UC3) {
+      CV_Error(cv::Error::StsBadArg, "Exposure \"" + paths[k] + "\" is not 8-bit BGR.");
+    }
+    if (k > 0) requireSameSize(shots[0], shots[k], paths[k]);
+  }
   const cv::Size size = shots[0].size();
 
   // The float Y U V exposures are never held whole: the blend reads them row by row from the

@@ -4,6 +4,7 @@
 // blended in luma/chroma through Laplacian pyramids, stretched and colour balanced.
 #pragma once
 
+#include <array>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
@@ -19,6 +20,12 @@ namespace velmora {
 // raise cv::Exception; out is not touched then. Keeps no shared state: several fusions may run
 // on separate threads.
 bool fuseExposures(const std::string& path1, const std::string& path2, const std::string& path3,
+                   cv::Mat& out, float gain1, float gain2, float gain3);
+
+// fuseExposures on exposures of which some are already read: exposure k is exposures[k], or,
+// when that is empty, read from paths[k]. The given images must be what cv::imread reads from
+// their paths (8-bit BGR); the result is then the same.
+bool fuseExposures(std::array<cv::Mat, 3> exposures, const std::array<std::string, 3>& paths,
                    cv::Mat& out, float gain1, float gain2, float gain3);
 
 // How well exposed each pixel of a float image is, judged on its channel 0 (luma, 0..1):

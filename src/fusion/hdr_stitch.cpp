@@ -90,10 +90,12 @@ StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
 
   requireInitialised(up);
   if (request.withVideo) requireInitialised(down);
-  if (!checkBracketShots(up.shotSize(), request.shots, request.exposureCount)) {
+  std::vector<cv::Mat> decoded;
+  if (!checkBracketShots(up.shotSize(), request.shots, request.exposureCount, &decoded)) {
     return kStatusFailure;
   }
-  std::vector<cv::Mat> fused = fuseBrackets(request.shots, request.exposureCount, gains);
+  std::vector<cv::Mat> fused =
+      fuseBrackets(request.shots, request.exposureCount, gains, std::move(decoded));
 
   std::vector<cv::Mat> upperRing = projectRing(up, std::move(fused));
   std::vector<cv::Mat> lowerRing;

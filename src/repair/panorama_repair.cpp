@@ -84,11 +84,12 @@ void repairRectangles(cv::Mat& panorama, const std::vector<cv::Mat>& ring,
 StatusCode executePanoRepair(const CameraSetup& up, const RepairRequest& request) {
   console::out("Optical Flow Stitch start.");
   requireInitialised(up);
-  if (!checkBracketShots(up.shotSize(), request.shots, kRepairExposures)) {
+  std::vector<cv::Mat> decoded;
+  if (!checkBracketShots(up.shotSize(), request.shots, kRepairExposures, &decoded)) {
     return kStatusFailure;
   }
-  std::vector<cv::Mat> ring =
-      projectRing(up, fuseBrackets(request.shots, kRepairExposures, request.gains));
+  std::vector<cv::Mat> ring = projectRing(
+      up, fuseBrackets(request.shots, kRepairExposures, request.gains, std::move(decoded)));
   cv::Mat panorama;
   stitchRing(panorama, ring, kHeadStepDegrees, kHeadPositions, static_cast<unsigned>(ring[0].cols),
              static_cast<unsigned>(ring[0].rows));

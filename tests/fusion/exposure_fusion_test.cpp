@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <opencv2/imgcodecs.hpp>
 
@@ -112,6 +113,28 @@ TEST_F(FuseExposures, BlendsTowardsTheBetterExposedShotThenAppliesTheGains) {
   const cv::Vec3b warm = fuse(grey, grey, grey, {1.3f, 1.0f, 0.8f}).at<cv::Vec3b>(5, 5);
   EXPECT_GT(warm[2], warm[1] + 20);  // red raised
   EXPECT_LT(warm[0], warm[1] - 20);  // blue lowered
+}
+
+TEST_F(FuseExposures, ImagesAlreadyReadFuseAsTheirFiles) {
+  cv::Mat scene(32, 48, CV_8UC3);
+  cv::RNG(3).fill(scene, cv::RNG::UNIFORM, 30, 220);
+  const std::array<cv::Mat, 3> shots = {scene * 0.5, scene, scene * 1.8};
+  const std::array<std::string, 3> paths = {dir_.file("a.png"), dir_.file("b.png"),
+                                            dir_.file("c.png")};
+  for (int k = 0; k < 3; ++k) cv::imwrite(paths[k], shots[k]);
+  testing::CapturedConsole console;
+  cv::Mat fromFiles, given, mixed;
+  fuseExposures(paths[0], paths[1], paths[2], fromFiles, 1.1f, 1.0f, 0.9f);
+  fuseExposures({shots[0].clone(), shots[1].clone(), shots[2].clone()}, paths, given, 1.1f, 1.0f,
+                0.9f);
+  fuseExposures({cv::Mat(), shots[1].clone(), cv::Mat()}, paths, mixed, 1.1f, 1.0f, 0.9f);
+  EXPECT_EQ(gap(given, fromFiles), 0.0);
+  EXPECT_EQ(gap(mixed, fromFiles), 0.0);
+  // A given image is held to the first one's size like a read one.
+  cv::Mat out;
+  EXPECT_THROW(
+      fuseExposures({shots[0], shots[1].colRange(0, 47).clone(), cv::Mat()}, paths, out, 1, 1, 1),
+      cv::Exception);
 }
 
 TEST_F(FuseExposures, UnreadableOrMismatchedShotsRaise) {
