@@ -39,8 +39,10 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
   const CameraGeometry& geometry = setup.geometry;
   const cv::Size shotSize = setup.shotSize();
 
-  // Each shot is read and balanced on its own (several at a time); a shot that cannot be used is
-  // reported, the first in path order, once all are back.
+  // The table is read while the shots are. Each shot is read and balanced on its own (several
+  // at a time); a shot that cannot be used is reported, the first in path order, once all are
+  // back.
+  RingProjection projection(setup);
   std::vector<cv::Mat> shots(request.imagePaths.size());
   runForEachItem(shots.size(), [&](std::size_t i) {
     cv::Mat shot = readColorImage(request.imagePaths[i]);
@@ -55,7 +57,7 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
       return;
     }
   }
-  std::vector<cv::Mat> projected = projectRing(setup, std::move(shots));
+  std::vector<cv::Mat> projected = projection.project(std::move(shots));
 
   cv::Mat stitched;
   stitchRing(stitched, projected, kHeadStepDegrees, kShotsPerRing,

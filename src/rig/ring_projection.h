@@ -1,6 +1,7 @@
 // Projection of one camera's ring of six shots onto its panorama grid.
 #pragma once
 
+#include <memory>
 #include <opencv2/core.hpp>
 #include <vector>
 
@@ -13,5 +14,25 @@ namespace velmora {
 // run along the camera's stored height. Throws Failure when the camera was never initialised, its
 // table cannot be had, or a shot does not fit the camera.
 std::vector<cv::Mat> projectRing(const CameraSetup& camera, std::vector<cv::Mat> shots);
+
+// projectRing in two halves, so that the table is read while the caller still reads its shots:
+// construction starts reading the camera's table file on a thread of its own; project() waits
+// for it and projects as projectRing does, computing and writing the table only then when the
+// file could not be read (so a call that fails on its shots never writes a table). The thread is
+// joined by project() or, at the latest, by the destructor. project() serves one ring only.
+// Throws as projectRing.
+class RingProjection {
+ public:
+  explicit RingProjection(const CameraSetup& camera);
+  RingProjection(const RingProjection&) = delete;
+  RingProjection& operator=(const RingProjection&) = delete;
+  ~RingProjection();
+
+  std::vector<cv::Mat> project(std::vector<cv::Mat> shots);
+
+ private:
+  struct Loading;
+  std::unique_ptr<Loading> loading_;
+};
 
 }  // namespace velmora
