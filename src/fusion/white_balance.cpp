@@ -63,46 +63,23 @@ void applyWhiteBalanceGains(cv::Mat& image, float red, float green, float blue) 
   for (int c = 0; c < 3; ++c) {
     for (int v = 0; v < 256; ++v) scaled[c][v] = scaledChannel(gains[c], static_cast<float>(v));
   }
+  // One pass over the interleaved pixels: the luma of the original pixel, the chroma of the
+  // gained one, back to B G R, each channel rounded to the nearest byte (halves to even) and
+  // saturated as cv::Mat::convertTo does.
   const int width = image.cols;
-  std::vector<cv::Mat> bytes(3);
-  std::vector<cv::Mat> values(3);
-  for (int c = 0; c < 3; ++c) {
-    bytes[c].create(1, width, CV_8U);
-    values[c].create(1, width, CV_32F);
-  }
-  std::vector<float> gained(3 * static_cast<size_t>(width));
   for (int y = 0; y < image.rows; ++y) {
-    cv::split(image.row(y), bytes);
-    const uchar* b = bytes[0].ptr<uchar>();
-    const uchar* g = bytes[1].ptr<uchar>();
-    const uchar* r = bytes[2].ptr<uchar>();
-    float* gainedB = gained.data();
-    float* gainedG = gainedB + width;
-    float* gainedR = gainedG + width;
-    for (int x = 0; x < width; ++x) {
-      gainedB[x] = scaled[0][b[x]];
-      gainedG[x] = scaled[1][g[x]];
-      gainedR[x] = scaled[2][r[x]];
-    }
-    float* outB = values[0].ptr<float>();
-    float* outG = values[1].ptr<float>();
-    float* outR = values[2].ptr<float>();
-    for (int x = 0; x < width; ++x) {
-      const float original[3] = {static_cast<float>(b[x]), static_cast<float>(g[x]),
-                                 static_cast<float>(r[x])};
+    uchar* pixel = image.ptr<uchar>(y);
+    for (int x = 0; x < width; ++x, pixel += 3) {
+      const float original[3] = {static_cast<float>(pixel[0]), static_cast<float>(pixel[1]),
+                                 static_cast<float>(pixel[2])};
       float before[3];
       bgrPixelToYuv(original, before);
-      float pixel[3] = {gainedB[x], gainedG[x], gainedR[x]};
-      bgrPixelToYuv(pixel, pixel);
-      pixel[0] = before[0];
-      yuvPixelToBgr(pixel, pixel);
-      outB[x] = pixel[0];
-      outG[x] = pixel[1];
-      outR[x] = pixel[2];
+      float gained[3] = {scaled[0][pixel[0]], scaled[1][pixel[1]], scaled[2][pixel[2]]};
+      bgrPixelToYuv(gained, gained);
+      gained[0] = before[0];
+      yuvPixelToBgr(gained, gained);
+      for (int c = 0; c < 3; ++c) pixel[c] = cv::saturate_cast<uchar>(gained[c]);
     }
-    // convertTo rounds to the nearest byte and saturates, as saturate_cast does.
-    for (int c = 0; c < 3; ++c) values[c].convertTo(bytes[c], CV_8U);
-    cv::merge(bytes, image.row(y));
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "fusion/color_conversion.h"
 #include "support/test_support.h"
 
@@ -67,6 +69,42 @@ TEST(WhiteBalanceApplication, GainsChangeChromaKeepLumaAndSaturateFirst) {
   applyWhiteBalanceGains(grey, std::numeric_limits<float>::infinity(), 1.0f, 1.0f);
   EXPECT_GT(grey.at<cv::Vec3b>(0, 0)[2], 150);
   EXPECT_NEAR(lumaOf(grey).at<float>(0, 0), 100.0f, 1.5f);
+}
+
+// The gains through whole-image OpenCV steps: split, gained channels capped and truncated,
+// Y U V of both, the original luma with the gained chroma back to B G R, convertTo, merge.
+cv::Mat referenceBalance(const cv::Mat& image, float red, float green, float blue) {
+  cv::Mat original, gained;
+  image.convertTo(original, CV_32FC3);
+  std::vector<cv::Mat> channels;
+  cv::split(original, channels);
+  const float gains[3] = {blue, green, red};
+  for (int c = 0; c < 3; ++c) {
+    channels[c] = cv::min(channels[c] * gains[c], 255.0f);
+    for (float& v : cv::Mat_<float>(channels[c])) v = std::trunc(v);
+  }
+  cv::merge(channels, gained);
+  cv::Mat before, after;
+  bgrToYuv(original, before);
+  bgrToYuv(gained, after);
+  before.forEach<cv::Vec3f>(
+      [&](cv::Vec3f& yuv, const int* at) { after.at<cv::Vec3f>(at[0], at[1])[0] = yuv[0]; });
+  yuvToBgr(after, after);
+  cv::Mat result;
+  after.convertTo(result, CV_8UC3);
+  return result;
+}
+
+TEST(WhiteBalanceApplication, EqualsTheWholeImageSteps) {
+  cv::RNG rng(4);
+  for (const cv::Vec3f& gains :
+       {cv::Vec3f(1, 1, 1), cv::Vec3f(1.3f, 1, 0.8f), cv::Vec3f(0.7f, 1.1f, 2.5f)}) {
+    cv::Mat image(9, 37, CV_8UC3);  // an odd width
+    rng.fill(image, cv::RNG::UNIFORM, 0, 256);
+    const cv::Mat expected = referenceBalance(image, gains[0], gains[1], gains[2]);
+    applyWhiteBalanceGains(image, gains[0], gains[1], gains[2]);
+    EXPECT_EQ(cv::norm(image, expected, cv::NORM_INF), 0.0) << gains;
+  }
 }
 
 }  // namespace
