@@ -1,7 +1,7 @@
-// Wall time and peak resident memory of a benchmarked step (Linux /proc): the growth of the
-// process's peak resident memory over the resident memory before the step. The peak is reset
-// through /proc/self/clear_refs before every measured call. Peer programs run as child processes
-// are measured by their own peak (wait4's ru_maxrss).
+// Wall time, processor time and peak resident memory of a benchmarked step (Linux /proc): the
+// growth of the process's peak resident memory over the resident memory before the step. The peak
+// is reset through /proc/self/clear_refs before every measured call. Peer programs run as child
+// processes are measured by their own peak (wait4's ru_maxrss).
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -37,39 +37,56 @@ inline void resetPeakMemory() {
   std::ofstream("/proc/self/clear_refs") << "5";
 }
 
+// The processor time of the whole process so far (user and system, every thread), in seconds.
+// On a machine shared with other work it varies far less than the wall time.
+inline double processSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 struct StepCost {
   double seconds = 0.0;
   double peakMegabytes = 0.0;
+  double cpuSeconds = 0.0;
 };
 
-// Runs body once and returns its wall time and peak memory growth.
+// Runs body once and returns its wall time, peak memory growth and processor time.
 template <typename Body>
 StepCost measureStep(Body body) {
   const double resident = statusMegabytes("VmRSS:");
   resetPeakMemory();
+  const double cpuStart = processSeconds();
   const auto start = std::chrono::steady_clock::now();
   body();
   StepCost cost;
   cost.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  cost.cpuSeconds = processSeconds() - cpuStart;
   cost.peakMegabytes = statusMegabytes("VmHWM:") - resident;
   return cost;
 }
 
-// Times body with its peak memory growth in the counter peak_MB (the largest of the iterations).
+// Times body with its peak memory growth in the counter peak_MB (the largest of the iterations)
+// and its processor time per iteration, every thread's, in cpu_s.
 template <typename Body>
 void measureWithPeakMemory(benchmark::State& state, Body body) {
   double peak = 0.0;
+  double cpu = 0.0;
   for (auto _ : state) {
     state.PauseTiming();
     const double resident = statusMegabytes("VmRSS:");
     resetPeakMemory();
+    const double cpuStart = processSeconds();
     state.ResumeTiming();
     body();
     state.PauseTiming();
+    cpu += processSeconds() - cpuStart;
     peak = std::max(peak, statusMegabytes("VmHWM:") - resident);
     state.ResumeTiming();
   }
   state.counters["peak_MB"] = peak;
+  state.counters["cpu_s"] = cpu / static_cast<double>(state.iterations());
 }
 
 // Runs a program found on the PATH with `arguments` (argv[0] first), its output streams sent to

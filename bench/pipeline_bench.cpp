@@ -218,6 +218,7 @@ void measureAgainstRemaps(benchmark::State& state, Operation operation) {
     const StepCost peer = remapSixShots();
     state.SetIterationTime(cost.seconds);
     ours.seconds += cost.seconds;
+    ours.cpuSeconds += cost.cpuSeconds;
     remap.seconds += peer.seconds;
     ours.peakMegabytes = std::max(ours.peakMegabytes, cost.peakMegabytes);
     remap.peakMegabytes = std::max(remap.peakMegabytes, peer.peakMegabytes);
@@ -225,6 +226,7 @@ void measureAgainstRemaps(benchmark::State& state, Operation operation) {
   ours.seconds /= static_cast<double>(state.iterations());
   remap.seconds /= static_cast<double>(state.iterations());
   state.counters["peak_MB"] = ours.peakMegabytes;
+  state.counters["cpu_s"] = ours.cpuSeconds / static_cast<double>(state.iterations());
   setPeerCounters(state, "remap", ours, remap);
 }
 
