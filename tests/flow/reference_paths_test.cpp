@@ -1,7 +1,7 @@
 // The propagation sweeps, the flow job, the ring gains and the seam warp against plain loops and
-// calls written from their formulas: the fast paths evaluate costs four at a time, refine
-// neighbouring pixels together, share prepared inputs and copy the flow at integer positions, and
-// must still give the same bits.
+// calls written from their formulas: the fast paths cost candidates in batches of vector lanes
+// (every unit the processor has), refine neighbouring pixels together, share prepared inputs and
+// copy the flow at integer positions, and must still give the same bits.
 #include <gtest/gtest.h>
 
 #include <cmath>
