@@ -59,14 +59,24 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
   }
   std::vector<cv::Mat> projected = projection.project(std::move(shots));
 
-  cv::Mat stitched;
+  // The driver writes the stitched image straight between the two black bands of the framed
+  // image, instead of into an image of its own that the bands would then be stacked around.
+  const int bandRows = blackBandRows(geometry.outHeight);
+  const cv::Size stitchedSize = projected[0].size();
+  cv::Mat framed(stitchedSize.height + 2 * bandRows, stitchedSize.width, CV_8UC3);
+  cv::Mat stitched = framed.rowRange(bandRows, bandRows + stitchedSize.height);
   stitchRing(stitched, projected, kHeadStepDegrees, kShotsPerRing,
-             static_cast<unsigned>(projected[0].cols), static_cast<unsigned>(projected[0].rows));
+             static_cast<unsigned>(stitchedSize.width), static_cast<unsigned>(stitchedSize.height));
   projected.clear();
+  if (stitched.data == framed.ptr(bandRows) &&
+      stitchedSize.width == static_cast<int>(geometry.outWidth)) {
+    framed.rowRange(0, bandRows).setTo(cv::Scalar::all(0));
+    framed.rowRange(bandRows + stitchedSize.height, framed.rows).setTo(cv::Scalar::all(0));
+  } else {
+    framed = addBlackBands(stitched, bandRows, static_cast<int>(geometry.outWidth));
+  }
 
   cv::Mat panorama;
-  const cv::Mat framed = addBlackBands(stitched, blackBandRows(geometry.outHeight),
-                                       static_cast<int>(geometry.outWidth));
   cv::resize(framed, panorama,
              cv::Size(static_cast<int>(geometry.outWidth), static_cast<int>(geometry.outHeight)),
              0.0, 0.0, cv::INTER_LINEAR);
