@@ -4,6 +4,9 @@
 #include <array>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "fusion/color_conversion.h"
 #include "fusion/pyramid.h"
@@ -210,29 +213,61 @@ void weighByExposedness(const cv::Mat& exposure, cv::Mat& weight) {
   }
 }
 
+// The normalised weights of one pixel: sum 1, then the fixed preference, then sum 1 again;
+// where the first sum is below kUnusableSum the first exposure takes all.
+inline void normalisePixelWeights(float& w1, float& w2, float& w3) {
+  const float sum1 = w1 + w2 + w3;
+  const float a = w1 / sum1 * kPreference[0];
+  const float b = w2 / sum1 * kPreference[1];
+  const float c = w3 / sum1 * kPreference[2];
+  const float sum2 = a + b + c;
+  if (sum1 < kUnusableSum) {
+    w1 = 1.0f;
+    w2 = 0.0f;
+    w3 = 0.0f;
+  } else {
+    w1 = a / sum2;
+    w2 = b / sum2;
+    w3 = c / sum2;
+  }
+}
+
 // Normalises three weighted maps to sum 1 per pixel, applies the fixed preference and
 // normalises again; where the first sum is below kUnusableSum the first exposure takes all.
+// Four pixels at a time where the build has SSE2, each lane the same operations in the same
+// order as normalisePixelWeights (an unordered sum, NaN, fails the test as it does there).
 void normaliseExposureWeights(std::vector<cv::Mat>& weights) {
+  const int width = weights[0].cols;
   for (int y = 0; y < weights[0].rows; ++y) {
     float* w1 = weights[0].ptr<float>(y);
     float* w2 = weights[1].ptr<float>(y);
     float* w3 = weights[2].ptr<float>(y);
-    for (int x = 0; x < weights[0].cols; ++x) {
-      const float sum1 = w1[x] + w2[x] + w3[x];
-      const float a = w1[x] / sum1 * kPreference[0];
-      const float b = w2[x] / sum1 * kPreference[1];
-      const float c = w3[x] / sum1 * kPreference[2];
-      const float sum2 = a + b + c;
-      if (sum1 < kUnusableSum) {
-        w1[x] = 1.0f;
-        w2[x] = 0.0f;
-        w3[x] = 0.0f;
-      } else {
-        w1[x] = a / sum2;
-        w2[x] = b / sum2;
-        w3[x] = c / sum2;
-      }
+    int x = 0;
+#if defined(__SSE2__)
+    const __m128 preference1 = _mm_set1_ps(kPreference[0]);
+    const __m128 preference2 = _mm_set1_ps(kPreference[1]);
+    const __m128 preference3 = _mm_set1_ps(kPreference[2]);
+    const __m128 unusable = _mm_set1_ps(kUnusableSum);
+    const __m128 one = _mm_set1_ps(1.0f);
+    for (; x + 4 <= width; x += 4) {
+      const __m128 v1 = _mm_loadu_ps(w1 + x);
+      const __m128 v2 = _mm_loadu_ps(w2 + x);
+      const __m128 v3 = _mm_loadu_ps(w3 + x);
+      const __m128 sum1 = _mm_add_ps(_mm_add_ps(v1, v2), v3);
+      const __m128 a = _mm_mul_ps(_mm_div_ps(v1, sum1), preference1);
+      const __m128 b = _mm_mul_ps(_mm_div_ps(v2, sum1), preference2);
+      const __m128 c = _mm_mul_ps(_mm_div_ps(v3, sum1), preference3);
+      const __m128 sum2 = _mm_add_ps(_mm_add_ps(a, b), c);
+      const __m128 takeFirst = _mm_cmplt_ps(sum1, unusable);
+      const auto choose = [takeFirst](__m128 first, __m128 normal) {
+        return _mm_or_ps(_mm_and_ps(takeFirst, first), _mm_andnot_ps(takeFirst, normal));
+      };
+      _mm_storeu_ps(w1 + x, choose(one, _mm_div_ps(a, sum2)));
+      _mm_storeu_ps(w2 + x, choose(_mm_setzero_ps(), _mm_div_ps(b, sum2)));
+      _mm_storeu_ps(w3 + x, choose(_mm_setzero_ps(), _mm_div_ps(c, sum2)));
     }
+#endif
+    for (; x < width; ++x) normalisePixelWeights(w1[x], w2[x], w3[x]);
   }
 }
 

@@ -37,6 +37,41 @@ TEST(ExposureWeights, GaussianAroundMidLumaCutAboveTheLimitThenFixedPreference) 
     EXPECT_LT(cv::norm(weights[i], preferred[i], cv::NORM_INF), 1e-6) << i;
 }
 
+// Every column, whether the vector path or the plain tail takes it, gets the bits of the formula.
+TEST(ExposureWeights, EqualThePerPixelFormulaOnEveryColumn) {
+  cv::RNG rng(6);
+  const cv::Size size(37, 5);  // an odd width
+  std::vector<cv::Mat> exposures(3), weights(3), expected(3);
+  for (int i = 0; i < 3; ++i) {
+    exposures[i].create(size, CV_32F);
+    rng.fill(exposures[i], cv::RNG::UNIFORM, 0.0f, 1.0f);
+    weights[i].create(size, CV_32F);
+    rng.fill(weights[i], cv::RNG::UNIFORM, 0.0f, 2.0f);
+    // No exposure usable in a vector column and in a tail column: all over-exposed.
+    for (int x : {2, 36}) exposures[i].col(x).setTo(0.99f);
+    expected[i] = wellExposedness(exposures[i]);
+    for (int p = 0; p < size.area(); ++p) {
+      expected[i].at<float>(p) = weights[i].at<float>(p) * expected[i].at<float>(p) + 1e-12f;
+    }
+  }
+  for (int p = 0; p < size.area(); ++p) {
+    float& w1 = expected[0].at<float>(p);
+    float& w2 = expected[1].at<float>(p);
+    float& w3 = expected[2].at<float>(p);
+    const float sum1 = w1 + w2 + w3;
+    const float a = w1 / sum1 * 3.0f, b = w2 / sum1 * 7.0f, c = w3 / sum1 * 12.0f;
+    const float sum2 = a + b + c;
+    w1 = sum1 < 1e-6f ? 1.0f : a / sum2;
+    w2 = sum1 < 1e-6f ? 0.0f : b / sum2;
+    w3 = sum1 < 1e-6f ? 0.0f : c / sum2;
+  }
+  computeExposureWeights(exposures, weights);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(cv::norm(weights[i], expected[i], cv::NORM_INF), 0.0) << i;
+  }
+  EXPECT_EQ(weights[0].at<float>(4, 36), 1.0f);  // the tail's unusable column takes the first
+}
+
 // Fuses three in-memory exposures through files, with unit gains unless given.
 class FuseExposures : public ::testing::Test {
  protected:
