@@ -54,6 +54,22 @@ bool makeTestClip(const std::string& path, const std::string& size) {
                          .c_str()) == 0;
 }
 
+std::string videoLikeData() {
+  cv::Mat noise(1, 16384, CV_8U);
+  cv::RNG(14).fill(noise, cv::RNG::UNIFORM, 0, 256);
+  std::string data(noise.ptr<char>(), noise.total());
+  data.replace(0, 12,
+               std::string("\0\0\0\x18"
+                           "ftypmp42",
+                           12));
+  for (size_t at : {100, 2000, 9000}) {
+    data[at] = '\xFF';
+    data[at + 1] = '\xD9';
+    data[at + 3] = '\xD8';
+  }
+  return data;
+}
+
 std::vector<const char*> pointers(const std::vector<std::string>& paths) {
   std::vector<const char*> result;
   for (const auto& path : paths) result.push_back(path.c_str());

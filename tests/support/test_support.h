@@ -58,6 +58,10 @@ bool sameBits(const cv::Mat& a, const cv::Mat& b);
 // false when ffmpeg is missing or fails.
 bool makeTestClip(const std::string& path, const std::string& size);
 
+// 16 kB as a phone appends its video after a shot: an MP4 box header, then noise that holds
+// JPEG end and start markers of its own.
+std::string videoLikeData();
+
 // Path lists as the interface takes them.
 std::vector<const char*> pointers(const std::vector<std::string>& paths);
 
