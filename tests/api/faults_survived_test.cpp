@@ -111,12 +111,6 @@ class FaultsSurvived : public SimulatedBracket {
     const std::string text = readFile(file(name + ".out"));
     return text.substr(std::min(text.rfind("codes "), text.size()));
   }
-  // A fault-free host in a new process: Init and stitch succeed and give what they always give.
-  void expectCleanRun() {
-    EXPECT_EQ(wait(start("clean", true)), 0) << readFile(file("clean.err"));
-    EXPECT_EQ(contentOf(tablePath()), summary(table_));
-    EXPECT_EQ(contentOf(output()), summary(panorama_));
-  }
   static std::vector<std::string> hiddenFiles(const std::string& folder) {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(folder)) {
@@ -172,7 +166,10 @@ TEST_F(FaultsSurvived, DiskFullOrKilledWhileWritingTheTableOrThePanorama) {
     }
     const std::vector<std::string> leftovers = hiddenFiles(folder);
     EXPECT_EQ(leftovers.size(), fault.killed ? 1u : 0u);
-    expectCleanRun();
+    // A fault-free host in a new process: Init and stitch succeed and give what they always give.
+    EXPECT_EQ(wait(start("clean", true)), 0) << readFile(file("clean.err"));
+    EXPECT_EQ(contentOf(tablePath()), summary(table_));
+    EXPECT_EQ(contentOf(output()), summary(panorama_));
     EXPECT_EQ(hiddenFiles(folder), leftovers);
     for (const std::string& name : leftovers) {
       // Init removes a table's leftover once it is an hour old, and only then.

@@ -20,8 +20,6 @@
 namespace velmora::testing {
 namespace {
 
-constexpr int kShotWidth = 120, kShotHeight = 80, kGridWidth = 204, kGridHeight = 102;
-
 // Resident memory (the VmRSS line of /proc/self/status) and what the C heap has handed out and
 // not taken back (all arenas and mapped blocks), in kB.
 std::pair<long, long> memoryInUse() {
@@ -33,28 +31,20 @@ std::pair<long, long> memoryInUse() {
   return {resident, static_cast<long>((heap.uordblks + heap.hblkhd) / 1024)};
 }
 
-TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
+class RepeatedStitch : public SimulatedBracket {};
+
+TEST_F(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
 #ifdef VELMORA_RSS_IS_MEANINGLESS
   GTEST_SKIP() << "resident memory is not a leak measure under a sanitizer's allocator";
 #endif
-  TempDir dir;
-  sim::SimulationRequest request = simulationRequest(sim::RigCamera::Up, {kShotWidth, kShotHeight},
-                                                     kGridWidth, kGridHeight, dir.file("shots"));
-  request.writeGroundTruth = false;
-  const auto files = sim::simulateCamera(sim::makeBuiltinScene(kGridWidth, kGridHeight), request);
-  const std::vector<std::string> shots = sim::shotsOfBracket(files, 0);
-  const std::string output = dir.file("pano.png");
-
   std::pair<long, long> at20;
   for (int cycle = 1; cycle <= 100; ++cycle) {
     CapturedConsole quiet;
-    void* handle = ZEMU_CreateOptFlowStitchHandle();
-    ZEMU_InitOptFlowStitchHandle(handle, files.configPath.c_str(), dir.path().c_str(), kShotWidth,
-                                 kShotHeight, kGridWidth, kGridHeight);
-    ZEMU_ExecuteOptFlowStitchHandle(handle, files.configPath.c_str(), pointers(shots).data(),
-                                    output.c_str(), 1.0f, 1.0f, 1.0f);
-    ASSERT_EQ(ZEMU_GetOptFlowStitchCode(handle), 0u) << "cycle " << cycle << ": " << quiet.err();
-    ZEMU_DestroyOptFlowStitchHandle(handle);
+    init(files_.configPath, work_.path().string());
+    stitch(singles_, file("pano.png"));
+    ASSERT_EQ(code(), 0u) << "cycle " << cycle << ": " << quiet.err();
+    ZEMU_DestroyOptFlowStitchHandle(handle_);
+    handle_ = ZEMU_CreateOptFlowStitchHandle();
     if (cycle == 20) at20 = memoryInUse();
   }
   const auto [resident, heap] = memoryInUse();
@@ -62,7 +52,7 @@ TEST(RepeatedStitch, HundredHandleCyclesDoNotGrowResidentMemory) {
   // What the heap holds must come back to where it was, but for OpenCV's own per-thread records:
   // OpenCV 4.6 keeps under a kilobyte for every thread that ever called it, and a cycle starts
   // about forty worker threads (projection, flow, seams, table rows), some 3 MB over 80 cycles.
-  // Leaking the 60 kB panorama, or any shot or projection, per cycle would add 5 MB or more.
+  // Leaking the 230 kB panorama, or any shot or projection, per cycle would add 18 MB or more.
   EXPECT_LE(heap - at20.second, 4096) << "heap in use after cycle 20: " << at20.second;
   // Resident memory may move with the allocator's arenas (each new worker thread can land on
   // another one), but must not grow with the cycles.
