@@ -295,13 +295,8 @@ TEST(BadInputLargeShots, ColourScriptMissingFailsTheHdrVideoVariant) {
   fs::remove(work.file("isp.bat"));
   LargeShotRig rig(work);
   ASSERT_EQ(ZEMU_GetOptFlowStitchCode(rig.handle), 0u);
-  // A stand-in ffmpeg that "grabs" a frame of the rig's frame size: the frame grab works, only
-  // the colour script is missing.
-  const cv::Mat frame = cv::imread(rig.shotPath)(cv::Rect(0, 0, 4000, 3000));
-  ASSERT_TRUE(cv::imwrite(work.file("frame.jpg"), frame));
-  fs::create_directory(work.file("bin"));
-  writeScript(work.file("bin/ffmpeg"), "/bin/cp " + work.file("frame.jpg") + " \"$9\"\n");
-  ScopedEnvironmentVariable path("PATH", work.file("bin"));
+  // A real clip beside the shots: the frame grab works, only the colour script is missing.
+  if (!makeTestClip(rig.video, "4000x3000")) GTEST_SKIP() << "ffmpeg is not installed";
   const std::string output = work.file("final.jpg");
   CapturedConsole console;
   EXPECT_EQ(rig.hdrWithVideo(output), kFailed);
