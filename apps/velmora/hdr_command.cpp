@@ -8,6 +8,7 @@
 #include "velmora/command.h"
 #include "velmora/external_programs.h"
 #include "velmora/tool_support.h"
+#include "velmora/viewer_ready_option.h"
 
 namespace velmora::tool {
 
@@ -67,6 +68,7 @@ class HdrCommand : public Command {
         .add_flag("--isp", withIsp_,
                   "Run the colour step on the same handle after the stitch and write the panorama")
         ->excludes(video);
+    viewerReady_.configure(command);
   }
 
   int run() override {
@@ -79,6 +81,10 @@ class HdrCommand : public Command {
       requireProgram("ffmpeg", "The video variant grabs a frame of the rig video with ffmpeg");
     }
     if (withVideo_ || withIsp_) requireColourStepSetup();
+    if (viewerReady_.requested() && !withVideo_ && !withIsp_) {
+      throw std::runtime_error(
+          "--export360 needs the final panorama: add --isp (or --video) to write it.");
+    }
 
     StitchSession session;
     // Only the video variant uses the lower camera, so only it initialises that camera.
@@ -92,10 +98,7 @@ class HdrCommand : public Command {
             session.hdr(shots.slots, outputPath_, withVideo_, gains, shots.exposureCount))) {
       return 1;
     }
-    if (withVideo_) {
-      std::cout << "Panorama written to " << outputPath_ << std::endl;
-      return 0;
-    }
+    if (withVideo_) return finished(shots);
     if (!withIsp_) {
       std::cout << "Fused panorama written to " << outputPath_ << ".jpg, pending for the colour "
                 << "step on this process's handle, which ends with the process; run with --isp "
@@ -103,11 +106,16 @@ class HdrCommand : public Command {
       return 0;
     }
     if (!reportStatus(name(), "colour step", session.isp(outputPath_))) return 1;
-    std::cout << "Panorama written to " << outputPath_ << std::endl;
-    return 0;
+    return finished(shots);
   }
 
  private:
+  int finished(const BracketShots& shots) const {
+    std::cout << "Panorama written to " << outputPath_ << std::endl;
+    if (viewerReady_.requested()) viewerReady_.writeBeside(outputPath_, shots.slots.front());
+    return 0;
+  }
+
   std::vector<std::string> shotArguments_;
   std::string outputPath_;
   std::string upConfig_;
@@ -119,6 +127,7 @@ class HdrCommand : public Command {
   std::string gains_ = "1,1,1";
   bool withVideo_ = false;
   bool withIsp_ = false;
+  ViewerReadyOption viewerReady_;
 };
 
 const CommandRegistration<HdrCommand> registration;

@@ -5,6 +5,7 @@
 
 #include "velmora/command.h"
 #include "velmora/tool_support.h"
+#include "velmora/viewer_ready_option.h"
 
 namespace velmora::tool {
 
@@ -32,6 +33,7 @@ class StitchCommand : public Command {
         ->required()
         ->expected(6)
         ->check(CLI::ExistingFile);
+    viewerReady_.configure(command);
   }
 
   int run() override {
@@ -46,6 +48,7 @@ class StitchCommand : public Command {
       return 1;
     }
     std::cout << "Panorama written to " << outputPath_ << std::endl;
+    if (viewerReady_.requested()) viewerReady_.writeBeside(outputPath_, shots_.front());
     return 0;
   }
 
@@ -57,6 +60,7 @@ class StitchCommand : public Command {
   PixelSize grid_{8192, 4096};
   std::string gains_ = "1,1,1";
   std::vector<std::string> shots_;
+  ViewerReadyOption viewerReady_;
 };
 
 const CommandRegistration<StitchCommand> registration;
