@@ -5,6 +5,7 @@
 #   bin/velmora                                   the command-line tool, when it is built
 #   share/velmora/isp/isp.bat, asset/*.pp3        the Linux colour step
 #   share/velmora/cluster/                        the batch's Slurm job script and Kubernetes Job
+#   share/velmora/viewer/                         the report page's 360 viewer and stylesheet
 #   share/doc/velmora/README.md
 #   lib/python3/dist-packages/velmora/            the Python package (python/CMakeLists.txt)
 #   lib/cmake/Velmora/                            find_package(Velmora) -> Velmora::velmora
@@ -43,6 +44,8 @@ if(TARGET velmora_tool)
   file(RELATIVE_PATH tool_to_libdir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(velmora_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${tool_to_libdir}")
   install(TARGETS velmora_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # The tool copies these into every report folder it writes.
+  install(DIRECTORY ${VELMORA_VIEWER_STAGE}/ DESTINATION ${VELMORA_INSTALL_DATADIR}/viewer)
 endif()
 
 # ---- The Linux colour step, the cluster files and the README -------------------------------------

@@ -86,6 +86,9 @@ check "share/doc/velmora/README.md" test -f "$prefix/share/doc/velmora/README.md
 if [ "$expect_tool" = yes ]; then
   check "tool bin/velmora runs (--help)" "$prefix/bin/velmora" --help
   check "tool bin/velmora loads the tree's library" loads_velmora_from_tree "$prefix/bin/velmora"
+  for file in pannellum.js pannellum.css pannellum-COPYING report.css; do
+    check "report viewer share/velmora/viewer/$file" test -f "$prefix/share/velmora/viewer/$file"
+  done
 else
   check "no tool bin/velmora (not built)" test ! -e "$prefix/bin/velmora"
 fi
