@@ -1,34 +1,44 @@
 // velmora demo: the whole path on built-in data. Generates the scene, simulates both cameras'
 // shots with parallax, stitches each camera through the library and writes the panoramas next
-// to their ground truth, with how closely they match it.
-#include <cmath>
+// to their ground truth, with how closely they match it, and a report page to look at them.
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
 #include <stdexcept>
 
 #include "sim/builtin_scene.h"
 #include "sim/rig_simulation.h"
+#include "sim/stitch_agreement.h"
 #include "velmora/command.h"
+#include "velmora/demo_report.h"
 #include "velmora/tool_support.h"
+#include "velmora/viewer_assets.h"
+#include "velmora/viewer_ready_option.h"
 
 namespace velmora::tool {
 
 namespace {
 
-// PSNR of the panorama against the truth over the pixels the seen mask marks fully (255).
-double seenPsnr(const cv::Mat& panorama, const cv::Mat& truth, const cv::Mat& seen) {
-  cv::Mat difference;
-  cv::absdiff(panorama, truth, difference);
-  difference.convertTo(difference, CV_32F);
-  difference = difference.mul(difference);
-  const cv::Mat outside = seen != 255;
-  difference.setTo(cv::Scalar::all(0), outside);
-  const double count = 3.0 * cv::countNonZero(seen == 255);
-  if (count == 0) return 0.0;
-  const cv::Scalar sums = cv::sum(difference);
-  const double mse = (sums[0] + sums[1] + sums[2]) / count;
-  return 10.0 * std::log10(255.0 * 255.0 / std::max(mse, 1e-10));
+// "PSNR 41.20 dB, SSIM 0.9876"
+std::string figures(const sim::Agreement& agreement) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(2) << "PSNR " << agreement.psnr << " dB, SSIM "
+       << std::setprecision(4) << agreement.ssim;
+  return text.str();
+}
+
+void printAgreement(const sim::PanoramaAgreement& agreement) {
+  std::cout << "  against the truth over the seen region less its " << sim::kSeenRimPixels
+            << "-pixel rim: " << figures(agreement.whole) << std::endl;
+  for (int band = 0; band < sim::kHeadPositions; ++band) {
+    std::cout << "    seam band " << band << ": "
+              << (agreement.bands[band].pixels > 0 ? figures(agreement.bands[band])
+                                                   : std::string("nothing seen"))
+              << std::endl;
+  }
 }
 
 class DemoCommand : public Command {
@@ -53,6 +63,7 @@ class DemoCommand : public Command {
                     "Distance of the scene, metres; 0: infinitely far")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
+    viewerReady_.configure(command);
   }
 
   int run() override {
@@ -61,13 +72,20 @@ class DemoCommand : public Command {
     const std::string tableDir = outputDir_ + "/tables";
     fs::create_directories(shotDir);
     fs::create_directories(tableDir);
+    // The viewer's files first: without them there would be no report to look at.
+    const std::string reportDir = outputDir_ + "/report";
+    copyViewerAssets(reportDir);
 
     std::cout << "Generating the built-in scene (" << grid_.width << "x" << grid_.height << ")"
               << std::endl;
-    const cv::Mat scene = sim::makeBuiltinScene(grid_.width, grid_.height);
+    cv::Mat scene = sim::makeBuiltinScene(grid_.width, grid_.height);
+    cv::GaussianBlur(scene, scene, cv::Size(0, 0), 1.0);
     const std::string scenePath = outputDir_ + "/scene.png";
     if (!cv::imwrite(scenePath, scene)) throw std::runtime_error("Cannot write " + scenePath);
 
+    ReportContent report;
+    report.title = "Velmora demo";
+    report.summary = reportSummary();
     StitchSession session;
     bool allStitched = true;
     for (sim::RigCamera camera : {sim::RigCamera::Up, sim::RigCamera::Down}) {
@@ -95,28 +113,42 @@ class DemoCommand : public Command {
         allStitched = false;
         continue;
       }
-      const cv::Mat panorama = cv::imread(panoramaPath, cv::IMREAD_COLOR);
-      const cv::Mat truth = cv::imread(files.truthPath, cv::IMREAD_COLOR);
-      const cv::Mat seen = cv::imread(files.seenPath, cv::IMREAD_GRAYSCALE);
       std::cout << name << " panorama: " << panoramaPath << std::endl
                 << "  ground truth " << files.truthPath << ", seen region " << files.seenPath
                 << std::endl;
-      if (!panorama.empty() && panorama.size() == truth.size()) {
-        std::cout << "  PSNR against the truth over the seen region: "
-                  << seenPsnr(panorama, truth, seen) << " dB" << std::endl;
+      const ReportPanorama entry =
+          demoReportPanorama({name, panoramaPath, files.truthPath, files.seenPath}, reportDir);
+      printAgreement(*entry.agreement);
+      report.panoramas.push_back(entry);
+      if (viewerReady_.requested()) {
+        viewerReady_.writeBeside(panoramaPath, sim::shotsOfBracket(files, 0).front());
       }
     }
     std::cout << "Shots and configurations in " << shotDir << ", tables in " << tableDir
               << std::endl;
+    writeReportPage(reportDir, report);
+    std::cout << "Report written to " << reportDir << "/index.html; look at it with: velmora view "
+              << reportDir << std::endl;
     return allStitched ? 0 : 1;
   }
 
  private:
+  std::string reportSummary() const {
+    std::ostringstream text;
+    text << "The built-in scene on a " << grid_.width << "x" << grid_.height
+         << " grid; six shots of each camera simulated from it (" << shotSize_.width << "x"
+         << shotSize_.height << ", nodal point " << parallax_.nodalOffset
+         << " m off the rotation axis, scene " << parallax_.sceneRadius
+         << " m away), stitched by the library and compared with the ground truth.";
+    return text.str();
+  }
+
   std::string outputDir_ = "velmora-demo";
   PixelSize shotSize_{2736, 1824};
   PixelSize grid_{4096, 2048};
   // A nodal point 5 cm off the axis and a scene 4 m away: a few pixels of parallax at the seams.
   sim::Parallax parallax_{0.05, 4.0};
+  ViewerReadyOption viewerReady_;
 };
 
 const CommandRegistration<DemoCommand> registration;
