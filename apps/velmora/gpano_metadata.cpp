@@ -40,7 +40,8 @@ auto openImage(const std::string& path) {
 }
 
 Exiv2::ExifData cameraDetailsOf(const std::string& shotPath) {
-  const Exiv2::ExifData& shot = openImage(shotPath)->exifData();
+  const auto image = openImage(shotPath);
+  const Exiv2::ExifData& shot = image->exifData();
   Exiv2::ExifData details;
   for (const char* key : kCameraKeys) {
     const auto found = shot.findKey(Exiv2::ExifKey(key));
