@@ -1,6 +1,5 @@
 // The velmora command-line tool, run in a shell as a user runs it: exit codes, messages, files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -120,14 +119,16 @@ TEST_F(BracketCommands, HdrLeavesThePanoramaPendingAndOnlyTheSameProcessFinishes
             {"pano.png not found.", "nothing was pending"});
   EXPECT_FALSE(inWorkExists("isp.log"));
 
-  expectRun(inWork("hdr" + shotList(18, 3) + " -o pano.png --isp"), 0,
-            {"velmora hdr: colour step status 0 (completed)"});
+  expectRun(inWork("hdr" + shotList(18, 3) + " -o pano.png --isp --export360"), 0,
+            {"velmora hdr: colour step status 0 (completed)", "pano_360.jpg"});
   EXPECT_TRUE(inWorkExists("pano.png") && !inWorkExists("pano.png.jpg"));
+  EXPECT_EQ(cv::imread(work_.file("pano_360.jpg")).size(), cv::Size(576, 288));
 }
 
 TEST_F(BracketCommands, HdrChecksWhatItNeedsFirst) {
   // (A library failure's line and status in words: the init and video commands' tests.)
   expectRun(inWork("hdr" + shotList(13, 3) + " -o pano.png"), 1, {"12 or 18"});
+  expectRun(inWork("hdr " + folder() + " -o pano.png --export360"), 1, {"--export360 needs"});
 
   // Without the colour script in the working directory --isp stops before any stitching.
   fs::remove(work_.file("isp.bat"));
