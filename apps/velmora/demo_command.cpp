@@ -79,6 +79,8 @@ class DemoCommand : public Command {
     std::cout << "Generating the built-in scene (" << grid_.width << "x" << grid_.height << ")"
               << std::endl;
     cv::Mat scene = sim::makeBuiltinScene(grid_.width, grid_.height);
+    // Softened a little, as a lens would: the grid then holds no detail finer than the shots
+    // resolve, and the comparison with the truth measures the stitch, not the resampling.
     cv::GaussianBlur(scene, scene, cv::Size(0, 0), 1.0);
     const std::string scenePath = outputDir_ + "/scene.png";
     if (!cv::imwrite(scenePath, scene)) throw std::runtime_error("Cannot write " + scenePath);
