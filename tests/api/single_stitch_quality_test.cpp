@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -13,6 +12,7 @@
 #include "rig/ring_projection.h"
 #include "sim/ground_truth.h"
 #include "sim/rig_simulation.h"
+#include "sim/stitch_agreement.h"
 #include "support/simulated_bracket.h"
 
 namespace velmora {
@@ -24,9 +24,6 @@ using testing::TempDir;
 // The grid's width is a multiple of six: the bands tile it exactly.
 constexpr int kShotWidth = 684, kShotHeight = 456, kGridWidth = 1152, kGridHeight = 576;
 constexpr int kBand = kGridWidth / 6;
-// The seam bands use two shots each, and the seen region counts any shot: the region is narrowed
-// so that its rim, where a band's two shots do not both reach, does not dominate the measure.
-constexpr int kSeenMargin = 8;
 
 struct Stitched {
   cv::Mat panorama, truth;
@@ -34,12 +31,6 @@ struct Stitched {
   std::vector<std::string> shots;
   void* handle = nullptr;
 };
-
-double psnr(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
-  const double count = 3.0 * cv::countNonZero(mask);
-  const double mse = cv::norm(a, b, cv::NORM_L2SQR, mask) / std::max(count, 1.0);
-  return 10.0 * std::log10(255.0 * 255.0 / std::max(mse, 1e-10));
-}
 
 // The built-in scene, softened a little as a lens would: the grid then holds no detail finer than
 // the shots can resolve, so the measure sees alignment, not resampling.
@@ -97,8 +88,8 @@ class SingleStitchQuality : public ::testing::Test {
     EXPECT_EQ(ZEMU_GetOptFlowStitchCode(result.handle), 0u) << console.err();
     result.panorama = cv::imread(output);
     result.truth = cv::imread(files.truthPath);
-    result.seen = cv::imread(files.seenPath, cv::IMREAD_GRAYSCALE) == 255;
-    cv::erode(result.seen, result.seen, cv::Mat(), cv::Point(-1, -1), kSeenMargin);
+    // The seen region without its rim, where a seam band's two shots do not both reach.
+    result.seen = sim::seenInterior(cv::imread(files.seenPath, cv::IMREAD_GRAYSCALE));
     return result;
   }
 
@@ -132,7 +123,7 @@ TEST_F(SingleStitchQuality, BothCamerasReproduceTheSceneWhereItHasIt) {
     SCOPED_TRACE(sim::cameraName(camera));
     const Stitched run = stitch(scene, camera, sim::Parallax());
     ASSERT_EQ(run.panorama.size(), cv::Size(kGridWidth, kGridHeight));
-    const double stitched = psnr(run.panorama, run.truth, run.seen);
+    const double stitched = sim::maskedPsnr(run.panorama, run.truth, run.seen);
 
     // The floor sits between the correct result and what a misplaced one scores: one band off
     // (wrong order or head step), or the right result half a pixel off.
@@ -141,8 +132,8 @@ TEST_F(SingleStitchQuality, BothCamerasReproduceTheSceneWhereItHasIt) {
     cv::Mat halfPixel;
     cv::warpAffine(run.truth, halfPixel, cv::Matx23d(1, 0, 0.5, 0, 1, 0), run.truth.size(),
                    cv::INTER_LINEAR, cv::BORDER_REPLICATE);
-    const double misplaced = psnr(rolled, run.truth, run.seen);
-    const double shifted = psnr(halfPixel, run.truth, run.seen);
+    const double misplaced = sim::maskedPsnr(rolled, run.truth, run.seen);
+    const double shifted = sim::maskedPsnr(halfPixel, run.truth, run.seen);
     std::cout << sim::cameraName(camera) << " stitched PSNR " << stitched << " dB, one band off "
               << misplaced << " dB, truth half a pixel off " << shifted << " dB" << std::endl;
     EXPECT_GT(stitched, 40.0);
@@ -152,7 +143,7 @@ TEST_F(SingleStitchQuality, BothCamerasReproduceTheSceneWhereItHasIt) {
     // Every seam band on its own.
     for (int i = 0; i < 6; ++i) {
       const cv::Rect columns(i * kBand, 0, kBand, kGridHeight);
-      EXPECT_GT(psnr(run.panorama(columns), run.truth(columns), run.seen(columns)), 38.0)
+      EXPECT_GT(sim::maskedPsnr(run.panorama(columns), run.truth(columns), run.seen(columns)), 38.0)
           << "band " << i;
     }
   }
@@ -201,7 +192,7 @@ TEST_F(SingleStitchQuality, RealPanoramasAsScenes) {
     cv::resize(scene, scene, cv::Size(kGridWidth, kGridHeight), 0, 0, cv::INTER_AREA);
     cv::GaussianBlur(scene, scene, cv::Size(0, 0), 1.0);
     const Stitched run = stitch(scene, sim::RigCamera::Down, sim::Parallax());
-    const double stitched = psnr(run.panorama, run.truth, run.seen);
+    const double stitched = sim::maskedPsnr(run.panorama, run.truth, run.seen);
     std::cout << path.filename().string() << ": " << stitched << " dB" << std::endl;
     EXPECT_GT(stitched, 40.0);
   }
