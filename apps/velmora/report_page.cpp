@@ -133,16 +133,16 @@ void panoramaSection(std::ostream& html, const ReportPanorama& panorama) {
 
 void capturesTable(std::ostream& html, std::vector<ReportCapture> captures) {
   std::stable_partition(captures.begin(), captures.end(),
-                        [](const ReportCapture& capture) { return !capture.done; });
-  const auto failed = std::count_if(captures.begin(), captures.end(),
-                                    [](const ReportCapture& capture) { return !capture.done; });
+                        [](const ReportCapture& capture) { return !capture.done(); });
+  const auto notDone = std::count_if(captures.begin(), captures.end(),
+                                     [](const ReportCapture& capture) { return !capture.done(); });
   html << "<section id=\"captures\">\n<h2>Captures</h2>\n<p>" << captures.size() << " captures, "
-       << failed << " failed.</p>\n<table class=\"captures\">\n<thead><tr><th scope=\"col\">"
+       << notDone << " not done.</p>\n<table class=\"captures\">\n<thead><tr><th scope=\"col\">"
        << "Preview</th><th scope=\"col\">Capture</th><th scope=\"col\">Operation</th><th "
           "scope=\"col\">Outcome</th><th scope=\"col\">Seconds</th><th scope=\"col\">Output"
           "</th></tr></thead>\n<tbody>\n";
   for (const ReportCapture& capture : captures) {
-    html << "<tr class=\"" << (capture.done ? "done" : "failed") << "\"><td>";
+    html << "<tr class=\"" << (capture.done() ? "done" : "failed") << "\"><td>";
     if (!capture.thumbnailFile.empty()) {
       const std::string image = "<img src=\"" + escaped(capture.thumbnailFile) + "\" alt=\"" +
                                 escaped(capture.name) + "\">";
@@ -151,7 +151,8 @@ void capturesTable(std::ostream& html, std::vector<ReportCapture> captures) {
                    : "<a href=\"#" + escaped(capture.panoramaId) + "\">" + image + "</a>");
     }
     html << "</td><td>" << escaped(capture.name) << "</td><td>" << escaped(capture.operation)
-         << "</td><td>" << (capture.done ? "done" : "failed") << " (status " << capture.code << ")";
+         << "</td><td>" << escaped(capture.outcome);
+    if (capture.outcome != "not run") html << " (status " << capture.code << ")";
     if (!capture.error.empty()) {
       html << "<br><span class=\"error\">" << escaped(capture.error) << "</span>";
     }

@@ -32,13 +32,16 @@ struct ReportPanorama {
 struct ReportCapture {
   std::string name;
   std::string operation;
-  bool done = false;
+  // "done", or what became of it: "failed", "crashed", "stopped", "not run".
+  std::string outcome;
   int code = 0;
   std::string error;
   double seconds = 0.0;
   std::string output;         // the panorama as the batch wrote it
   std::string thumbnailFile;  // relative to the report folder; empty for none
   std::string panoramaId;     // its ReportPanorama's id; empty for none
+
+  bool done() const { return outcome == "done"; }
 };
 
 struct ReportContent {
