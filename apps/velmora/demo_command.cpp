@@ -129,8 +129,9 @@ class DemoCommand : public Command {
     std::cout << "Shots and configurations in " << shotDir << ", tables in " << tableDir
               << std::endl;
     writeReportPage(reportDir, report);
-    std::cout << "Report written to " << reportDir << "/index.html; look at it with: velmora view "
-              << reportDir << std::endl;
+    std::cout << "Report written to " << reportDir << "/index.html; to look at it, run "
+              << toolExecutable().string() << " view " << reportDir
+              << " and open the address it prints." << std::endl;
     return allStitched ? 0 : 1;
   }
 

@@ -86,6 +86,13 @@ PixelRect parsePixelRect(const std::string& text) {
   return rect;
 }
 
+std::filesystem::path toolExecutable() {
+  std::error_code error;
+  const std::filesystem::path tool = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) throw std::runtime_error("Cannot find the velmora tool's own file.");
+  return tool;
+}
+
 const char* statusInWords(int code) {
   switch (code) {
     case 0:

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ struct PixelRect {
   int height = 0;
 };
 PixelRect parsePixelRect(const std::string& text);
+
+// The running tool's own file. Throws std::runtime_error when the system does not say.
+std::filesystem::path toolExecutable();
 
 // A library status code in words: "completed" (0), "failed" (-1), "out of memory" (-2),
 // "unknown status" for anything else.

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "velmora/tool_support.h"
+
 namespace velmora::tool {
 
 namespace fs = std::filesystem;
@@ -19,10 +21,7 @@ fs::path viewerAssetsFolder() {
   if (const char* given = std::getenv("VELMORA_VIEWER_DIR"); given != nullptr && *given != '\0') {
     return given;
   }
-  std::error_code error;
-  const fs::path tool = fs::read_symlink("/proc/self/exe", error);
-  if (error) throw std::runtime_error("Cannot find the velmora tool's own file.");
-  return tool.parent_path().parent_path() / "share" / "velmora" / "viewer";
+  return toolExecutable().parent_path().parent_path() / "share" / "velmora" / "viewer";
 }
 
 void copyViewerAssets(const fs::path& reportFolder) {
