@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,11 +14,13 @@
 
 #include "velmora/batch_progress.h"
 #include "velmora/batch_report.h"
+#include "velmora/batch_report_page.h"
 #include "velmora/batch_resources.h"
 #include "velmora/batch_runner.h"
 #include "velmora/batch_scan.h"
 #include "velmora/batch_tables.h"
 #include "velmora/command.h"
+#include "velmora/viewer_ready_option.h"
 
 namespace velmora::tool {
 
@@ -65,6 +68,7 @@ class BatchCommand : public Command {
     command.add_option("--colour-step", colourStepDir_,
                        "Folder with isp.bat and asset/ for the captures that run the colour step "
                        "(default: the working directory)");
+    viewerReady_.configure(command);
 
     scan_ = command.add_subcommand("scan", "Write a manifest for a folder of capture folders");
     scan_->add_option("folder", scanSettings_.folder, "Folder of capture folders")->required();
@@ -127,6 +131,8 @@ class BatchCommand : public Command {
     printSummary(std::cout, summary);
     writeSummaryFile(reportDir_, summary);
     std::cout << "Summary written to " << (fs::path(reportDir_) / "summary.json").string()
+              << std::endl;
+    std::cout << "Report page written to " << writeBatchReportPage(reportDir_, summary)
               << std::endl;
     return summary.allDone() ? 0 : 1;
   }
@@ -217,12 +223,37 @@ class BatchCommand : public Command {
     }
     const BatchSummary summary = summarizeBatch(readStatusFolder(outputDir_), mine);
     printSummary(std::cout, summary);
+    if (viewerReady_.requested()) writeViewerReady(mine, summary);
+    // An array task's share is not the batch: `batch report` writes the page of all tasks.
+    if (task < 0) {
+      std::cout << "Report page written to " << writeBatchReportPage(outputDir_, summary)
+                << std::endl;
+    }
     if (run.stopSignal != 0) {
       std::cout << "velmora batch: stopped by signal " << run.stopSignal
                 << "; run the same command again to go on." << std::endl;
       return 128 + run.stopSignal;
     }
     return summary.allDone() ? 0 : 1;
+  }
+
+  // The viewer-ready file beside every panorama of the captures done, with the camera details of
+  // the first shot of the camera that made it.
+  void writeViewerReady(const std::vector<CaptureRecord>& captures,
+                        const BatchSummary& summary) const {
+    for (const CaptureResult& result : summary.records) {
+      if (!result.done()) continue;
+      const auto record =
+          std::find_if(captures.begin(), captures.end(),
+                       [&](const CaptureRecord& capture) { return capture.name == result.name; });
+      if (record == captures.end()) continue;
+      for (size_t k = 0; k < result.outputs.size(); ++k) {
+        const CameraShots& camera =
+            k == 0 && !record->up.config.empty() ? record->up : record->down;
+        viewerReady_.writeBeside(result.outputs[k],
+                                 camera.shots.empty() ? std::string() : camera.shots.front());
+      }
+    }
   }
 
   // Prepares the tables with SIGINT and SIGTERM held back, so that a table is never left half
@@ -267,6 +298,7 @@ class BatchCommand : public Command {
   int task_ = -1;
   int tasks_ = 0;
   bool retryFailed_ = false;
+  ViewerReadyOption viewerReady_;
   std::string colourStepDir_;
 
   CLI::App* scan_ = nullptr;

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
 #include <thread>
 
 #include "apps/tool_run.h"
@@ -73,7 +74,7 @@ class BatchCommand : public ::testing::Test {
 };
 
 TEST_F(BatchCommand, StitchesLikeTheStitchCommandRecordsTheFailureAndResumes) {
-  expectRun(batch(manifest() + " -o " + out() + " --jobs 2"), 1,
+  expectRun(batch(manifest() + " -o " + out() + " --jobs 2 --export360"), 1,
             {"4 to run, 2 at once (--jobs)", "[4/4]", "3 done, 1 failed, 0 stopped, 0 not run"});
   const std::vector<json> status = jsonLines(out("status.jsonl"));
   ASSERT_EQ(status.size(), 4u);
@@ -108,6 +109,21 @@ TEST_F(BatchCommand, StitchesLikeTheStitchCommandRecordsTheFailureAndResumes) {
           << camera << k;
     }
   }
+
+  // Viewer-ready files beside the panoramas done; the report lists the failure first and every
+  // image it names is there.
+  EXPECT_EQ(cv::imread(out("c3_Down_360.jpg")).size(), cv::Size(128, 64));
+  EXPECT_FALSE(fs::exists(out("c2_Up_360.jpg")));
+  const std::string page = readFile(out("report/index.html"));
+  EXPECT_LT(page.find("<td>c2</td>"), page.find("<td>c0</td>"));
+  EXPECT_NE(page.find("Read imgPath: "), std::string::npos);
+  size_t named = 0;
+  for (size_t at = page.find("src=\""); at != std::string::npos; at = page.find("src=\"", at + 1)) {
+    const std::string file = page.substr(at + 5, page.find('"', at + 5) - at - 5);
+    EXPECT_TRUE(fs::exists(out("report/" + file))) << file;
+    ++named;
+  }
+  EXPECT_EQ(named, 1u + 3 + 6);  // the viewer's script, three previews, six flat panoramas
 
   // A second run does nothing; --retry-failed runs the repaired capture alone.
   expectRun(batch(manifest() + " -o " + out()), 1,
@@ -201,8 +217,10 @@ TEST_F(BatchCommand, ArrayTasksShareTheManifestAndTheReportMergesThem) {
   EXPECT_TRUE(fs::exists(out("fixed/r.png")) && !fs::exists(out("fixed/r.png.jpg")));
   EXPECT_FALSE(fs::exists(out(".work")));
 
+  EXPECT_FALSE(fs::exists(out("report")));  // a task's share is not the batch
   expectRun(batch("report " + out() + " --manifest " + mixed), 1,
-            {"6 captures: 5 done, 1 failed, 0 stopped, 0 not run", "c2 failed (status -1)"});
+            {"6 captures: 5 done, 1 failed, 0 stopped, 0 not run", "c2 failed (status -1)",
+             out("report/index.html")});
   const json summary = json::parse(readFile(out("summary.json")));
   EXPECT_EQ(summary["done"], 5);
   EXPECT_EQ(summary["records"].size(), 6u);
