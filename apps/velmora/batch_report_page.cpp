@@ -56,14 +56,7 @@ std::string writeBatchReportPage(const std::string& outputDir, const BatchSummar
   content.title = "Velmora batch";
   content.summary = summaryText(outputDir, summary);
   for (const CaptureResult& result : summary.records) {
-    ReportCapture capture;
-    capture.name = result.name;
-    capture.operation = result.operation;
-    capture.outcome = result.outcome;
-    capture.code = result.code;
-    capture.error = result.error;
-    capture.seconds = result.seconds;
-    capture.output = result.output;
+    ReportCapture capture{result, "", ""};
     if (result.done()) {
       try {
         const std::string id = "capture-" + std::to_string(content.captures.size() + 1);
@@ -81,15 +74,15 @@ std::string writeBatchReportPage(const std::string& outputDir, const BatchSummar
         capture.thumbnailFile = id + "_preview.jpg";
         capture.panoramaId = id + "-1";
       } catch (const std::exception& error) {
-        capture.error = std::string("No view of the panorama: ") + error.what();
+        capture.result.error = std::string("No view of the panorama: ") + error.what();
       }
     }
     content.captures.push_back(capture);
   }
   for (const std::string& name : summary.notRun) {
     ReportCapture capture;
-    capture.name = name;
-    capture.outcome = "not run";
+    capture.result.name = name;
+    capture.result.outcome = "not run";
     content.captures.push_back(capture);
   }
   writeReportPage(folder.string(), content);

@@ -133,31 +133,32 @@ void panoramaSection(std::ostream& html, const ReportPanorama& panorama) {
 
 void capturesTable(std::ostream& html, std::vector<ReportCapture> captures) {
   std::stable_partition(captures.begin(), captures.end(),
-                        [](const ReportCapture& capture) { return !capture.done(); });
-  const auto notDone = std::count_if(captures.begin(), captures.end(),
-                                     [](const ReportCapture& capture) { return !capture.done(); });
+                        [](const ReportCapture& capture) { return !capture.result.done(); });
+  const auto notDone =
+      std::count_if(captures.begin(), captures.end(),
+                    [](const ReportCapture& capture) { return !capture.result.done(); });
   html << "<section id=\"captures\">\n<h2>Captures</h2>\n<p>" << captures.size() << " captures, "
        << notDone << " not done.</p>\n<table class=\"captures\">\n<thead><tr><th scope=\"col\">"
        << "Preview</th><th scope=\"col\">Capture</th><th scope=\"col\">Operation</th><th "
           "scope=\"col\">Outcome</th><th scope=\"col\">Seconds</th><th scope=\"col\">Output"
           "</th></tr></thead>\n<tbody>\n";
   for (const ReportCapture& capture : captures) {
-    html << "<tr class=\"" << (capture.done() ? "done" : "failed") << "\"><td>";
+    html << "<tr class=\"" << (capture.result.done() ? "done" : "failed") << "\"><td>";
     if (!capture.thumbnailFile.empty()) {
       const std::string image = "<img src=\"" + escaped(capture.thumbnailFile) + "\" alt=\"" +
-                                escaped(capture.name) + "\">";
+                                escaped(capture.result.name) + "\">";
       html << (capture.panoramaId.empty()
                    ? image
                    : "<a href=\"#" + escaped(capture.panoramaId) + "\">" + image + "</a>");
     }
-    html << "</td><td>" << escaped(capture.name) << "</td><td>" << escaped(capture.operation)
-         << "</td><td>" << escaped(capture.outcome);
-    if (capture.outcome != "not run") html << " (status " << capture.code << ")";
-    if (!capture.error.empty()) {
-      html << "<br><span class=\"error\">" << escaped(capture.error) << "</span>";
+    html << "</td><td>" << escaped(capture.result.name) << "</td><td>"
+         << escaped(capture.result.operation) << "</td><td>" << escaped(capture.result.outcome);
+    if (capture.result.outcome != "not run") html << " (status " << capture.result.code << ")";
+    if (!capture.result.error.empty()) {
+      html << "<br><span class=\"error\">" << escaped(capture.result.error) << "</span>";
     }
-    html << "</td><td>" << fixed(capture.seconds, 1) << "</td><td>" << escaped(capture.output)
-         << "</td></tr>\n";
+    html << "</td><td>" << fixed(capture.result.seconds, 1) << "</td><td>"
+         << escaped(capture.result.output) << "</td></tr>\n";
   }
   html << "</tbody></table>\n</section>\n";
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sim/stitch_agreement.h"
+#include "velmora/batch_status.h"
 #include "velmora/equirect_export.h"
 
 namespace velmora::tool {
@@ -28,20 +29,12 @@ struct ReportPanorama {
   bool loadAtOnce = true;
 };
 
-// One capture of a batch as the report lists it.
+// One capture of a batch as the report lists it: its latest status record (outcome "not run"
+// for a capture with none), its preview and its first panorama's section.
 struct ReportCapture {
-  std::string name;
-  std::string operation;
-  // "done", or what became of it: "failed", "crashed", "stopped", "not run".
-  std::string outcome;
-  int code = 0;
-  std::string error;
-  double seconds = 0.0;
-  std::string output;         // the panorama as the batch wrote it
+  CaptureResult result;
   std::string thumbnailFile;  // relative to the report folder; empty for none
   std::string panoramaId;     // its ReportPanorama's id; empty for none
-
-  bool done() const { return outcome == "done"; }
 };
 
 struct ReportContent {
