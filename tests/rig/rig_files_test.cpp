@@ -15,12 +15,13 @@ namespace {
 using testing::TempDir;
 
 TEST(CameraConfiguration, NumbersCountByPositionAndAnUnparsableOneEndsTheRead) {
-  // The nine numbers in file order: focal, centre x and y, rotX, extra1, rotZ, extra2 to 4.
+  // The nine numbers in file order: focal, centre x and y, rotX, extra1, rotZ, extra2 to 4
+  // (all nine given: a braced list leaves the rest of a cv::Vec uninitialised).
   const std::pair<const char*, cv::Vec<double, 9>> cases[] = {
       {"f 1000.5\n7 2736.25\n- 1824\nrx 0.25 e1 9 rz -0.5\ne2 1 e3 2 e4 3\n",  // labels ignored
        {1000.5, 2736.25, 1824, 0.25, 9, -0.5, 1, 2, 3}},
-      {"focal 800 cx 400 cy 300 rotX 0.5", {800, 400, 300, 0.5}},
-      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", {800}}};
+      {"focal 800 cx 400 cy 300 rotX 0.5", {800, 400, 300, 0.5, 0, 0, 0, 0, 0}},
+      {"focal 800 cx oops cy 300 rotX 0.5 e 1 rotZ 2", {800, 0, 0, 0, 0, 0, 0, 0, 0}}};
   TempDir dir;
   for (const auto& [text, v] : cases) {
     SCOPED_TRACE(text);
