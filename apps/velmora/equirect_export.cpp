@@ -6,16 +6,12 @@
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
+#include "sim/ground_truth.h"
 #include "velmora/gpano_metadata.h"
 
 namespace velmora::tool {
 
 namespace {
-
-// The library's bands: trunc(0.12 x rows) rows, the product in single precision.
-int bandRows(int gridRows) {
-  return static_cast<int>(static_cast<float>(gridRows) * 0.12f);
-}
 
 bool isJpegName(const std::string& path) {
   std::string extension = std::filesystem::path(path).extension().string();
@@ -48,7 +44,7 @@ SphereWindow sphereWindowOfGrid(int gridWidth, int gridHeight) {
 cv::Mat unframePanorama(const cv::Mat& framed) {
   if (framed.empty()) throw std::invalid_argument("Cannot unframe an empty image.");
   const int rows = framed.rows;
-  const int band = bandRows(rows);
+  const int band = sim::frameBandRows(rows);
   // The library resized band + grid + band (rows + 2 band rows) to `rows` rows, so grid row r
   // sits at framed row (r + band + 0.5) x rows / (rows + 2 band) - 0.5.
   const float squeeze = static_cast<float>(rows) / static_cast<float>(rows + 2 * band);

@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 #include <string>
 
+#include "common/black_bands.h"
 #include "common/status.h"
 #include "sim/parallel_rows.h"
 
@@ -62,9 +63,13 @@ cv::Mat seenRegion(const SimulatedCamera& camera) {
   return seen;
 }
 
+int frameBandRows(int gridRows) {
+  return blackBandRows(static_cast<uint32_t>(gridRows));
+}
+
 cv::Mat frameLikeLibrary(const cv::Mat& grid) {
   if (grid.empty()) throw Failure("Cannot frame an empty image.");
-  const int band = static_cast<int>(static_cast<float>(grid.rows) * 0.12f);
+  const int band = frameBandRows(grid.rows);
   cv::Mat stacked;
   if (band > 0) {
     const cv::Mat black = cv::Mat::zeros(band, grid.cols, grid.type());

@@ -23,8 +23,12 @@ cv::Mat panoramaTruth(const EquirectScene& scene, int width, int height);
 // directions are those from the rotation axis, without parallax.
 cv::Mat seenRegion(const SimulatedCamera& camera);
 
-// The library's framing of a stitched grid image: black bands of trunc(0.12 x rows) rows (the
-// product in single precision) above and below, the stack resized back to the image's size with
+// Rows of one of the black bands the library frames a grid of `gridRows` rows with: trunc(0.12 x
+// rows), the product in single precision.
+int frameBandRows(int gridRows);
+
+// The library's framing of a stitched grid image: black bands of frameBandRows(rows) rows above
+// and below, the stack resized back to the image's size with
 // bilinear interpolation. Works on any type; a seen mask framed this way is 255 only where every
 // contributing grid cell was seen.
 cv::Mat frameLikeLibrary(const cv::Mat& grid);
