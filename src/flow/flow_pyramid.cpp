@@ -2,6 +2,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "common/buffer_pool.h"
+
 namespace velmora {
 
 std::vector<cv::Size> pyramidLevelSizes(cv::Size base) {
@@ -22,7 +24,7 @@ std::vector<cv::Mat> buildPyramid(const cv::Mat& image) {
   std::vector<cv::Mat> levels{image};
   levels.reserve(sizes.size());
   for (std::size_t i = 1; i < sizes.size(); ++i) {
-    cv::Mat next;
+    cv::Mat next = pooledMat();
     cv::resize(levels.back(), next, sizes[i], 0.0, 0.0, cv::INTER_LINEAR);
     levels.push_back(next);
   }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "common/buffer_pool.h"
 #include "common/status.h"
 #include "flow/initial_search.h"
 
@@ -271,13 +272,13 @@ void blendWithPrior(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1)
 }
 
 LevelImages levelImagesOf(const cv::Mat& grey, const cv::Mat& alpha) {
-  LevelImages images{grey, alpha, cv::Mat(), cv::Mat()};
+  LevelImages images{grey, alpha, pooledMat(), pooledMat()};
   greyGradients(grey, images.gradientX, images.gradientY);
   return images;
 }
 
 LevelWorkspace::LevelWorkspace(cv::Size finest) : finest_(finest) {
-  for (cv::Mat& field : fields_) field.create(finest, CV_32FC2);
+  for (cv::Mat& field : fields_) field = pooledMat(finest, CV_32FC2);
 }
 
 cv::Mat LevelWorkspace::field(int k, cv::Size size) const {

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/buffer_pool.h"
 #include "common/concurrency_gate.h"
 #include "common/status.h"
 #include "flow/flow_pyramid.h"
@@ -35,7 +36,7 @@ const std::array<float, 256>& byteToUnit() {
 // The grey image and the alpha of one half-size BGRA image, both CV_32F in [0, 1]; the grey
 // image is lightly smoothed.
 void greyAndAlpha(const cv::Mat& halfImage, cv::Mat& grey, cv::Mat& alpha) {
-  cv::Mat grey8;
+  cv::Mat grey8 = pooledMat();
   cv::cvtColor(halfImage, grey8, cv::COLOR_BGRA2GRAY);
   const std::array<float, 256>& unit = byteToUnit();
   grey.create(halfImage.size(), CV_32F);
@@ -77,9 +78,10 @@ ConcurrencyGate& flowJobGate() {
 // The flow input of an image that passed requireFlowInputs.
 FlowInput prepareCheckedInput(const cv::Mat& image) {
   const cv::Size halfSize(static_cast<int>(image.cols * 0.5), static_cast<int>(image.rows * 0.5));
-  cv::Mat half;
+  cv::Mat half = pooledMat();
   cv::resize(image, half, halfSize, 0.0, 0.0, cv::INTER_CUBIC);
-  cv::Mat grey, alpha;
+  cv::Mat grey = pooledMat();
+  cv::Mat alpha = pooledMat();
   greyAndAlpha(half, grey, alpha);
   half.release();
   const std::vector<cv::Mat> greys = buildPyramid(grey);

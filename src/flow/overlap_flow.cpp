@@ -1,7 +1,10 @@
 #include "flow/overlap_flow.h"
 
 #include <opencv2/imgproc.hpp>
+#include <thread>
 
+#include "common/buffer_pool.h"
+#include "common/concurrency_gate.h"
 #include "common/status.h"
 #include "common/worker_threads.h"
 #include "flow/initial_search.h"
@@ -17,10 +20,21 @@ namespace {
 
 // A BGRA copy of `region` of an 8-bit BGR or BGRA image; BGR pixels get alpha 255.
 cv::Mat bgraCopy(const cv::Mat& image, const cv::Rect& region) {
-  if (image.type() == CV_8UC4) return image(region).clone();
-  cv::Mat copy;
-  cv::cvtColor(image(region), copy, cv::COLOR_BGR2BGRA);
+  cv::Mat copy = pooledMat();
+  if (image.type() == CV_8UC4) {
+    image(region).copyTo(copy);
+  } else {
+    cv::cvtColor(image(region), copy, cv::COLOR_BGR2BGRA);
+  }
   return copy;
+}
+
+// Overlap jobs past their cut-outs run one per two cores (each computes its two flows at once):
+// a job's pyramids and working images are freed before the next job starts, which takes them
+// back from the buffer pool instead of holding its own beside them.
+ConcurrencyGate& overlapJobGate() {
+  static ConcurrencyGate gate(std::thread::hardware_concurrency() / 2);
+  return gate;
 }
 
 }  // namespace
@@ -45,12 +59,19 @@ void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& ove
 
 void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap,
                        bool flowsGiven) {
+  const BufferPoolSession session;
   cutOutOverlap(first, second, overlap);
   if (flowsGiven) return;
+  overlap.flowFirstToSecond = pooledMat();
+  overlap.flowSecondToFirst = pooledMat();
+  const ConcurrencyGate::Pass pass(overlapJobGate());
   // Both directions work on the same two cut-outs: what each flow job derives from one cut-out
   // alone (half size, grey, alpha, pyramids, gradients) is derived once for both.
-  const FlowInput firstInput = prepareFlowInput(overlap.firstCut);
-  const FlowInput secondInput = prepareFlowInput(overlap.secondCut);
+  FlowInput firstInput, secondInput;
+  WorkerThreads inputs;
+  inputs.start([&] { firstInput = prepareFlowInput(overlap.firstCut); });
+  inputs.start([&] { secondInput = prepareFlowInput(overlap.secondCut); });
+  inputs.join();
   WorkerThreads flows;
   flows.start([&] {
     computeOpticalFlow(firstInput, secondInput, overlap.flowFirstToSecond, kHintLeftward, true);
