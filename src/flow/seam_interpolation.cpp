@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/buffer_pool.h"
 #include "common/status.h"
 #include "flow/pixel_rounding.h"
 
@@ -87,7 +88,7 @@ cv::Mat warpImage(const InterpolationGrid& grid, const cv::Mat& image, const cv:
     keep[x] = 1.0f - displacement[x];
   }
   if (magnitude != nullptr) magnitude->create(grid.rows, grid.columns, CV_32F);
-  cv::Mat warped(grid.rows, grid.columns, CV_8UC4);
+  cv::Mat warped = pooledMat(grid.rows, grid.columns, CV_8UC4);
   cv::Mat map(std::min(kWarpStripRows, grid.rows), grid.columns, CV_32FC2);
   for (int top = 0; top < grid.rows; top += kWarpStripRows) {
     const int bottom = std::min(grid.rows, top + kWarpStripRows);
@@ -147,7 +148,8 @@ cv::Mat blendWarpedPair(const cv::Mat& leading, const cv::Mat& trailing) {
     weights[x] = std::min(std::max(w, 0.0f), 1.0f);
   }
 
-  cv::Mat blended = cv::Mat::zeros(leading.size(), CV_8UC4);
+  cv::Mat blended = pooledMat(leading.size(), CV_8UC4);
+  blended.setTo(cv::Scalar::all(0));
   for (int y = 0; y < leading.rows; ++y) {
     const uchar* a = leading.ptr<uchar>(y);
     const uchar* b = trailing.ptr<uchar>(y);

@@ -5,6 +5,7 @@
 #include <opencv2/imgproc.hpp>
 #include <string>
 
+#include "common/buffer_pool.h"
 #include "common/status.h"
 #include "common/worker_threads.h"
 #include "flow/overlap_flow.h"
@@ -65,28 +66,28 @@ void prepareRing(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
   equaliseRingBrightness(images, count, frameWidth, frameHeight);
 }
 
-// One overlap flow job per pair on threads of their own; joined in start order.
-void computeOverlaps(const std::vector<cv::Mat>& images, int count, Overlaps& overlaps,
-                     bool flowsGiven) {
+// One job per pair on threads of their own, joined in start order: the pair's overlap job (its
+// cut-outs, and its flows unless `givenFlows` holds them), then its band from the cut-outs and
+// the flows. A pair's cut-outs are released with its band made, and its flows too unless
+// `keepFlows`, so that later pairs take their buffers back from the pool.
+void stitchPairs(const std::vector<cv::Mat>& images, int count, const Overlaps* givenFlows,
+                 bool keepFlows, unsigned frameWidth, unsigned frameHeight, Overlaps& overlaps,
+                 Bands& bands) {
   WorkerThreads jobs;
   for (int i = 0; i < count; ++i) {
-    jobs.start([&images, &overlaps, count, i, flowsGiven] {
-      runOverlapFlowJob(images[i], images[(i + 1) % count], overlaps[i], flowsGiven);
-    });
-  }
-  jobs.join();
-}
-
-// One interpolation job per pair on threads of their own, the cut-outs from `cuts` and the flows
-// from `flows`; joined in start order.
-void interpolateBands(const Overlaps& cuts, const Overlaps& flows, int count, unsigned frameWidth,
-                      unsigned frameHeight, Bands& bands) {
-  WorkerThreads jobs;
-  for (int i = 0; i < count; ++i) {
-    jobs.start([&cuts, &flows, &bands, count, i, frameWidth, frameHeight] {
-      interpolateSeamBand(cuts[i].firstCut, cuts[i].secondCut, flows[i].flowFirstToSecond,
-                          flows[i].flowSecondToFirst, count, static_cast<int>(frameWidth),
+    jobs.start([&, i] {
+      SeamOverlap& overlap = overlaps[i];
+      runOverlapFlowJob(images[i], images[(i + 1) % count], overlap, givenFlows != nullptr);
+      const SeamOverlap& flows = givenFlows != nullptr ? (*givenFlows)[i] : overlap;
+      interpolateSeamBand(overlap.firstCut, overlap.secondCut, flows.flowFirstToSecond,
+                          flows.flowSecondToFirst, count, static_cast<int>(frameWidth),
                           static_cast<int>(frameHeight), bands[i]);
+      overlap.firstCut.release();
+      overlap.secondCut.release();
+      if (!keepFlows) {
+        overlap.flowFirstToSecond.release();
+        overlap.flowSecondToFirst.release();
+      }
     });
   }
   jobs.join();
@@ -102,7 +103,7 @@ void assembleBands(const Bands& bands, int count, unsigned frameWidth, unsigned 
     CV_Assert(bands[i].type() == CV_8UC4 && bands[i].rows == bands[0].rows);
     columns += bands[i].cols;
   }
-  cv::Mat colour(bands[0].rows, columns, CV_8UC3);
+  cv::Mat colour = pooledMat(bands[0].rows, columns, CV_8UC3);
   for (int i = 0, left = 0; i < count; left += bands[i].cols, ++i) {
     cv::Mat part = colour.colRange(left, left + bands[i].cols);
     cv::cvtColor(bands[i], part, cv::COLOR_BGRA2BGR);
@@ -116,12 +117,11 @@ void assembleBands(const Bands& bands, int count, unsigned frameWidth, unsigned 
 void stitchRing(cv::Mat& output, std::vector<cv::Mat>& images, float /*angle*/, int count,
                 unsigned frameWidth, unsigned frameHeight) {
   requireRing(images, count, frameWidth, frameHeight, "the ring");
+  const BufferPoolSession session;
   prepareRing(images, count, frameWidth, frameHeight);
   Overlaps overlaps;
-  computeOverlaps(images, count, overlaps, false);
   Bands bands;
-  interpolateBands(overlaps, overlaps, count, frameWidth, frameHeight, bands);
-  overlaps = Overlaps();
+  stitchPairs(images, count, nullptr, false, frameWidth, frameHeight, overlaps, bands);
   assembleBands(bands, count, frameWidth, frameHeight, output);
 }
 
@@ -130,18 +130,17 @@ void stitchTwoRings(cv::Mat& upperOutput, std::vector<cv::Mat>& upperImages, cv:
                     unsigned frameWidth, unsigned frameHeight) {
   requireRing(upperImages, count, frameWidth, frameHeight, "the upper ring");
   requireRing(lowerImages, count, frameWidth, frameHeight, "the lower ring");
+  const BufferPoolSession session;
 
   prepareRing(upperImages, count, frameWidth, frameHeight);
   Overlaps upper;
-  computeOverlaps(upperImages, count, upper, false);
   Bands bands;
-  interpolateBands(upper, upper, count, frameWidth, frameHeight, bands);
+  stitchPairs(upperImages, count, nullptr, true, frameWidth, frameHeight, upper, bands);
   assembleBands(bands, count, frameWidth, frameHeight, upperOutput);
 
   prepareRing(lowerImages, count, frameWidth, frameHeight);
   Overlaps lower;
-  computeOverlaps(lowerImages, count, lower, true);
-  interpolateBands(lower, upper, count, frameWidth, frameHeight, bands);
+  stitchPairs(lowerImages, count, &upper, false, frameWidth, frameHeight, lower, bands);
   assembleBands(bands, count, frameWidth, frameHeight, lowerOutput);
 }
 

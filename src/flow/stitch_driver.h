@@ -21,9 +21,10 @@ namespace velmora {
 // output: the bands of all pairs side by side in pair order, as BGR, resized (linear) to
 //   frameWidth x frameHeight.
 //
-// The flows of all pairs are computed on one thread per pair (each running two flow threads),
-// then all bands on one thread per pair; every thread is joined, and the first exception raised
-// on a worker is rethrown here. Throws Failure on arguments that do not fit.
+// Every pair has a thread of its own that computes the pair's flows (on two flow threads) and
+// then its band; every thread is joined, and the first exception raised on a worker is rethrown
+// here. The working images come from the buffer pool (a session is open throughout). Throws
+// Failure on arguments that do not fit.
 void stitchRing(cv::Mat& output, std::vector<cv::Mat>& images, float angle, int count,
                 unsigned frameWidth, unsigned frameHeight);
 
