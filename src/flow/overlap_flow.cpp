@@ -16,6 +16,15 @@ int overlapWidth(int imageWidth) {
   return static_cast<int>(static_cast<float>(imageWidth) * 60.0f / 360.0f);
 }
 
+OverlapColumns overlapColumns(int imageWidth) {
+  const int width = overlapWidth(imageWidth);
+  const int secondX = static_cast<int>(static_cast<float>(imageWidth) * 120.0f / 360.0f);
+  const int firstX = imageWidth / 2;
+  return {cv::Range(firstX, firstX + width), cv::Range(secondX, secondX + width),
+          cv::Range(firstX, firstX + 2 * width / 3),
+          cv::Range(secondX + width / 3, secondX + width)};
+}
+
 namespace {
 
 // A BGRA copy of `region` of an 8-bit BGR or BGRA image; BGR pixels get alpha 255.
@@ -46,15 +55,15 @@ void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& ove
   if (!usable(first) || !usable(second) || first.size() != second.size()) {
     throw Failure("Seam overlap: both images must be 8-bit BGR or BGRA of one size.");
   }
-  const int imageWidth = first.cols;
   const int height = first.rows;
-  const int width = overlapWidth(imageWidth);
-  const int secondX = static_cast<int>(static_cast<float>(imageWidth) * 120.0f / 360.0f);
-  overlap.firstCut = bgraCopy(first, cv::Rect(imageWidth / 2, 0, width, height));
-  overlap.secondCut = bgraCopy(second, cv::Rect(secondX, 0, width, height));
+  const OverlapColumns columns = overlapColumns(first.cols);
+  const int width = columns.inFirst.size();
+  overlap.firstCut = bgraCopy(first, cv::Rect(columns.inFirst.start, 0, width, height));
+  overlap.secondCut = bgraCopy(second, cv::Rect(columns.inSecond.start, 0, width, height));
 
-  overlap.firstCut.colRange(2 * width / 3, width).setTo(cv::Scalar::all(0));
-  overlap.secondCut.colRange(0, width / 3).setTo(cv::Scalar::all(0));
+  overlap.firstCut.colRange(columns.keptInFirst.size(), width).setTo(cv::Scalar::all(0));
+  overlap.secondCut.colRange(0, columns.keptInSecond.start - columns.inSecond.start)
+      .setTo(cv::Scalar::all(0));
 }
 
 void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap,

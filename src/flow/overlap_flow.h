@@ -19,6 +19,18 @@ struct SeamOverlap {
 // The band width of an image W columns wide: trunc(W x 60 / 360), the product in 32-bit float.
 int overlapWidth(int imageWidth);
 
+// The columns of the two bands in images W columns wide, w = overlapWidth(W): the first image's
+// W / 2 to W / 2 + w - 1, the second image's trunc(W x 120 / 360) onwards (the product in 32-bit
+// float); and of those the columns that are not blanked, the first band's first 2w / 3 and the
+// second band's columns from w / 3 on.
+struct OverlapColumns {
+  cv::Range inFirst;
+  cv::Range inSecond;
+  cv::Range keptInFirst;
+  cv::Range keptInSecond;
+};
+OverlapColumns overlapColumns(int imageWidth);
+
 // Cuts the overlap bands out of `first` and `second` (8-bit BGRA, or BGR taken as BGRA with
 // alpha 255, of one size W x H) into overlap.firstCut (columns W / 2 to W / 2 + w - 1 of `first`)
 // and overlap.secondCut (columns trunc(W x 120 / 360) onwards of `second`), w = overlapWidth(W),

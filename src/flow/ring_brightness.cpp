@@ -69,17 +69,18 @@ void applyConstantGain(cv::Mat& image, float product, float normaliser) {
 // Image 0: per column x, t = clamp((x - 0.3888889 W) / (0.22222222 W), 0, 1) and the gain
 // (1 - t) x g(6) / N + t x 1 / N. Each run of columns with one gain (all columns outside the
 // ramp share one each) gets the byte table of that gain.
-void applyClosingRamp(cv::Mat& image, const RingGains& gains, unsigned frameWidth) {
+void applyClosingRamp(cv::Mat& image, const RingGains& gains, unsigned frameWidth,
+                      cv::Range columns) {
   const float width = static_cast<float>(frameWidth);
   const float ringProduct = gains.products[kFullRing - 1];
   std::vector<uchar> tables;
   std::vector<std::size_t> tableOfColumn(image.cols);
   float previous = 0.0f;
-  for (int x = 0; x < image.cols; ++x) {
+  for (int x = columns.start; x < columns.end; ++x) {
     float t = (static_cast<float>(x) - width * kRampStart) / (width * kRampWidth);
     t = std::min(std::max(t, 0.0f), 1.0f);
     const float gain = (1.0f - t) * ringProduct / gains.normaliser + t * 1.0f / gains.normaliser;
-    if (x == 0 || !(gain == previous)) {
+    if (x == columns.start || !(gain == previous)) {
       for (int v = 0; v < 256; ++v) {
         tables.push_back(clampRoundToByte(static_cast<float>(v) * gain));
       }
@@ -89,8 +90,8 @@ void applyClosingRamp(cv::Mat& image, const RingGains& gains, unsigned frameWidt
   }
   const int channels = image.channels();
   for (int y = 0; y < image.rows; ++y) {
-    uchar* pixel = image.ptr<uchar>(y);
-    for (int x = 0; x < image.cols; ++x, pixel += channels) {
+    uchar* pixel = image.ptr<uchar>(y) + columns.start * channels;
+    for (int x = columns.start; x < columns.end; ++x, pixel += channels) {
       const uchar* table = tables.data() + tableOfColumn[x];
       pixel[0] = table[pixel[0]];
       pixel[1] = table[pixel[1]];
@@ -135,13 +136,18 @@ RingGains ringGains(const std::array<float, kFullRing>& ratios) {
 }
 
 void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
-                            unsigned frameHeight) {
+                            unsigned frameHeight, cv::Range columns) {
   if (count != kFullRing) return;
   for (const cv::Mat& image : images) {
     if (image.type() != CV_8UC3 && image.type() != CV_8UC4) {
       throw Failure("Ring brightness: the images must be 8-bit BGR or BGRA.");
     }
+    if (columns != cv::Range::all() &&
+        (columns.start < 0 || columns.start > columns.end || columns.end > image.cols)) {
+      throw Failure("Ring brightness: the columns to equalise lie outside the images.");
+    }
   }
+  if (columns == cv::Range::all()) columns = cv::Range(0, images[0].cols);
   const BrightnessStrips strips = brightnessStrips(frameWidth, frameHeight);
   std::array<float, kFullRing> ratios{};
   runForEachItem(kFullRing, [&](std::size_t i) {
@@ -150,9 +156,10 @@ void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned fr
   const RingGains gains = ringGains(ratios);
   runForEachItem(kFullRing, [&](std::size_t k) {
     if (k == 0) {
-      applyClosingRamp(images[0], gains, frameWidth);
+      applyClosingRamp(images[0], gains, frameWidth, columns);
     } else {
-      applyConstantGain(images[k], gains.products[k - 1], gains.normaliser);
+      cv::Mat part = images[k].colRange(columns);
+      applyConstantGain(part, gains.products[k - 1], gains.normaliser);
     }
   });
 }

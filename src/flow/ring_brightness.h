@@ -38,8 +38,9 @@ RingGains ringGains(const std::array<float, kFullRing>& ratios);
 // image 0 ramps, over the columns from 140 to 220 degrees of the frame, from the whole ring's
 // product g(6) / N to 1 / N, so the ring's closing error is spread across it. Rings of fewer than
 // six images are left as they are: their neighbours are not 60 degrees apart, so the compared
-// strips do not show the same scene. Throws Failure when the strips do not fit the images.
+// strips do not show the same scene. Only `columns` of the images are changed (the gains are
+// measured on the strips wherever they lie). Throws Failure when the strips do not fit the images.
 void equaliseRingBrightness(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
-                            unsigned frameHeight);
+                            unsigned frameHeight, cv::Range columns = cv::Range::all());
 
 }  // namespace velmora

@@ -1,5 +1,6 @@
 #include "flow/stitch_driver.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <opencv2/imgproc.hpp>
@@ -61,9 +62,12 @@ void requireRing(const std::vector<cv::Mat>& images, int count, unsigned frameWi
 // The step before any thread: brightness. BGR images stay BGR: the overlap cut-outs, the only
 // parts of the images the flow jobs read, are made BGRA as they are cut, which gives the same
 // bytes as converting the whole images first without writing a fourth channel into every pixel.
-void prepareRing(std::vector<cv::Mat>& images, int count, unsigned frameWidth,
-                 unsigned frameHeight) {
-  equaliseRingBrightness(images, count, frameWidth, frameHeight);
+void prepareRing(std::vector<cv::Mat>& images, int count, unsigned frameWidth, unsigned frameHeight,
+                 UnreadColumns unread) {
+  equaliseRingBrightness(images, count, frameWidth, frameHeight,
+                         unread == UnreadColumns::kEqualised
+                             ? cv::Range::all()
+                             : ringColumnsRead(images[0].cols, frameWidth, count));
 }
 
 // One job per pair on threads of their own, joined in start order: the pair's overlap job (its
@@ -114,11 +118,27 @@ void assembleBands(const Bands& bands, int count, unsigned frameWidth, unsigned 
 
 }  // namespace
 
+cv::Range ringColumnsRead(int imageWidth, unsigned frameWidth, int count) {
+  const OverlapColumns bands = overlapColumns(imageWidth);
+  cv::Range read(std::min(bands.keptInFirst.start, bands.keptInSecond.start),
+                 std::max(bands.keptInFirst.end, bands.keptInSecond.end));
+  if (count == kFullRing) {
+    // The strips lie inside the bands' kept columns; taken in all the same, so that this stays
+    // the whole of what is read.
+    const BrightnessStrips strips = brightnessStrips(frameWidth, 1);
+    read.start = std::min({read.start, strips.inFirst.x, strips.inSecond.x});
+    read.end = std::max({read.end, strips.inFirst.br().x, strips.inSecond.br().x});
+  }
+  read.start = std::max(read.start, 0);
+  read.end = std::min(read.end, imageWidth);
+  return read.start < read.end ? read : cv::Range(0, 0);
+}
+
 void stitchRing(cv::Mat& output, std::vector<cv::Mat>& images, float /*angle*/, int count,
-                unsigned frameWidth, unsigned frameHeight) {
+                unsigned frameWidth, unsigned frameHeight, UnreadColumns unread) {
   requireRing(images, count, frameWidth, frameHeight, "the ring");
   const BufferPoolSession session;
-  prepareRing(images, count, frameWidth, frameHeight);
+  prepareRing(images, count, frameWidth, frameHeight, unread);
   Overlaps overlaps;
   Bands bands;
   stitchPairs(images, count, nullptr, false, frameWidth, frameHeight, overlaps, bands);
@@ -127,18 +147,18 @@ void stitchRing(cv::Mat& output, std::vector<cv::Mat>& images, float /*angle*/, 
 
 void stitchTwoRings(cv::Mat& upperOutput, std::vector<cv::Mat>& upperImages, cv::Mat& lowerOutput,
                     std::vector<cv::Mat>& lowerImages, float /*angle*/, int count,
-                    unsigned frameWidth, unsigned frameHeight) {
+                    unsigned frameWidth, unsigned frameHeight, UnreadColumns unread) {
   requireRing(upperImages, count, frameWidth, frameHeight, "the upper ring");
   requireRing(lowerImages, count, frameWidth, frameHeight, "the lower ring");
   const BufferPoolSession session;
 
-  prepareRing(upperImages, count, frameWidth, frameHeight);
+  prepareRing(upperImages, count, frameWidth, frameHeight, unread);
   Overlaps upper;
   Bands bands;
   stitchPairs(upperImages, count, nullptr, true, frameWidth, frameHeight, upper, bands);
   assembleBands(bands, count, frameWidth, frameHeight, upperOutput);
 
-  prepareRing(lowerImages, count, frameWidth, frameHeight);
+  prepareRing(lowerImages, count, frameWidth, frameHeight, unread);
   Overlaps lower;
   stitchPairs(lowerImages, count, &upper, false, frameWidth, frameHeight, lower, bands);
   assembleBands(bands, count, frameWidth, frameHeight, lowerOutput);

@@ -114,6 +114,35 @@ TEST(StitchRing, GivesBgrImagesTheSamePanoramaAsTheirBgraFormAndHandsThemBackEqu
   }
 }
 
+TEST(StitchRing, ReadsOnlyTheColumnsItNamesAndEqualisesOnlyThoseWhenAskedTo) {
+  const cv::Range read = ringColumnsRead(kWidth, kWidth, 6);
+  ASSERT_LT(read.size(), kWidth / 2);
+  std::vector<cv::Mat> ring = texturedRing(), scrambled(6);
+  cv::RNG rng(4);
+  for (std::size_t i = 0; i < 6; ++i) {
+    scrambled[i] = ring[i].clone();
+    rng.fill(scrambled[i].colRange(0, read.start), cv::RNG::UNIFORM, 0, 256);
+    rng.fill(scrambled[i].colRange(read.end, kWidth), cv::RNG::UNIFORM, 0, 256);
+  }
+  std::vector<cv::Mat> asGiven(6);
+  for (std::size_t i = 0; i < 6; ++i) asGiven[i] = scrambled[i].clone();
+  cv::Mat whole, part;
+  stitchRing(whole, ring, 60.0f, 6, kWidth, kHeight);
+  stitchRing(part, scrambled, 60.0f, 6, kWidth, kHeight, UnreadColumns::kAsGiven);
+  EXPECT_EQ(cv::norm(whole, part, cv::NORM_INF), 0.0);
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(cv::norm(scrambled[i].colRange(read), ring[i].colRange(read), cv::NORM_INF), 0.0);
+    EXPECT_EQ(cv::norm(scrambled[i].colRange(0, read.start), asGiven[i].colRange(0, read.start),
+                       cv::NORM_INF),
+              0.0);
+    EXPECT_EQ(cv::norm(scrambled[i].colRange(read.end, kWidth),
+                       asGiven[i].colRange(read.end, kWidth), cv::NORM_INF),
+              0.0);
+  }
+  // A ring of fewer images reads its overlap bands alone.
+  EXPECT_EQ(ringColumnsRead(kWidth, kWidth, 3).start, overlapColumns(kWidth).keptInSecond.start);
+}
+
 TEST(StitchRing, RejectsArgumentsThatDoNotFitEvenWhenOnlyAFlowThreadFindsOut) {
   // The exports hand six images of the grid's size; a failure can still start in a flow thread,
   // as with 2 x 40 cut-outs, which the flow jobs, two threads down, refuse.
