@@ -1,5 +1,6 @@
 #include "rig/projection.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -10,6 +11,7 @@
 
 #include "common/status.h"
 #include "common/worker_threads.h"
+#include "common/zeroed_mat.h"
 
 namespace velmora {
 namespace {
@@ -81,7 +83,8 @@ inline void blendInterior(const uchar* p00, size_t step, float w00, float w10, f
 cv::Mat projectThroughRanges(const cv::Mat& shot, const cv::Mat& table,
                              const CameraGeometry& geometry,
                              const std::vector<cv::Range>& columns) {
-  cv::Mat projected(table.rows, table.cols, CV_8UC3);
+  // Cells outside the ranges stay black without being written: their pages are never touched.
+  cv::Mat projected = zeroedMat(table.rows, table.cols, CV_8UC3);
   const int lastInteriorX = static_cast<int>(geometry.size1) - 2;
   const int lastInteriorY = static_cast<int>(geometry.size2) - 2;
   const size_t step = shot.step[0];
@@ -92,8 +95,6 @@ cv::Mat projectThroughRanges(const cv::Mat& shot, const cv::Mat& table,
     const cv::Vec2f* records = table.ptr<cv::Vec2f>(i);
     uchar* out = projected.ptr<uchar>(i);
     const cv::Range range = columns[i];
-    std::memset(out, 0, static_cast<size_t>(range.start) * 3);
-    std::memset(out + range.end * 3, 0, static_cast<size_t>(table.cols - range.end) * 3);
     for (int j = range.start; j < range.end; ++j) {
       const float u = records[j][0];
       const float v = records[j][1];
@@ -134,10 +135,17 @@ cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeome
 }
 
 std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::Mat& table,
-                                  const CameraGeometry& geometry) {
+                                  const CameraGeometry& geometry, cv::Range gridColumns) {
   for (const cv::Mat& shot : shots) requireShot(shot, geometry);
   CV_Assert(table.type() == CV_32FC2);
-  const std::vector<cv::Range> columns = seenColumns(table);
+  std::vector<cv::Range> columns = seenColumns(table);
+  if (gridColumns != cv::Range::all()) {
+    for (cv::Range& range : columns) {
+      range =
+          cv::Range(std::max(range.start, gridColumns.start), std::min(range.end, gridColumns.end));
+      if (range.start >= range.end) range = cv::Range(0, 0);
+    }
+  }
   std::vector<cv::Mat> projected(shots.size());
   WorkerThreads workers;
   for (size_t k = 0; k < shots.size(); ++k) {

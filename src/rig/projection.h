@@ -15,8 +15,11 @@ namespace velmora {
 // pixel (x0, y0) unchanged. Throws Failure when the shot's size or type does not fit the model.
 cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeometry& geometry);
 
-// Projects every shot on a thread of its own; all threads are joined before it returns.
+// Projects every shot on a thread of its own; all threads are joined before it returns. Only the
+// grid's `gridColumns` are projected, the others stay black: a caller that reads a part of the
+// grid pays for that part alone (the memory of the black columns is never touched).
 std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::Mat& table,
-                                  const CameraGeometry& geometry);
+                                  const CameraGeometry& geometry,
+                                  cv::Range gridColumns = cv::Range::all());
 
 }  // namespace velmora

@@ -10,8 +10,9 @@
 
 namespace velmora {
 
-std::vector<cv::Mat> projectRing(const CameraSetup& camera, std::vector<cv::Mat> shots) {
-  return RingProjection(camera).project(std::move(shots));
+std::vector<cv::Mat> projectRing(const CameraSetup& camera, std::vector<cv::Mat> shots,
+                                 cv::Range gridColumns) {
+  return RingProjection(camera).project(std::move(shots), gridColumns);
 }
 
 struct RingProjection::Loading {
@@ -36,7 +37,7 @@ RingProjection::RingProjection(const CameraSetup& camera) {
 
 RingProjection::~RingProjection() = default;
 
-std::vector<cv::Mat> RingProjection::project(std::vector<cv::Mat> shots) {
+std::vector<cv::Mat> RingProjection::project(std::vector<cv::Mat> shots, cv::Range gridColumns) {
   if (!loading_) throw Failure("A ring projection projects one ring only.");
   Loading& loading = *loading_;
   if (loading.geometry.lensSelector == kUpLens) {
@@ -46,7 +47,8 @@ std::vector<cv::Mat> RingProjection::project(std::vector<cv::Mat> shots) {
   }
   loading.reader.join();
   if (!loading.loaded) buildTable(loading.model, loading.tablePath);
-  std::vector<cv::Mat> projected = projectShots(shots, loading.model.table(), loading.geometry);
+  std::vector<cv::Mat> projected =
+      projectShots(shots, loading.model.table(), loading.geometry, gridColumns);
   loading_.reset();  // the table is not needed any more
   return projected;
 }

@@ -13,7 +13,9 @@ namespace velmora {
 // and written there. Up shots are turned a quarter counter-clockwise first, so that their columns
 // run along the camera's stored height. Throws Failure when the camera was never initialised, its
 // table cannot be had, or a shot does not fit the camera.
-std::vector<cv::Mat> projectRing(const CameraSetup& camera, std::vector<cv::Mat> shots);
+// Only the grid's `gridColumns` are projected (projectShots).
+std::vector<cv::Mat> projectRing(const CameraSetup& camera, std::vector<cv::Mat> shots,
+                                 cv::Range gridColumns = cv::Range::all());
 
 // projectRing in two halves, so that the table is read while the caller still reads its shots:
 // construction starts reading the camera's table file on a thread of its own; project() waits
@@ -28,7 +30,8 @@ class RingProjection {
   RingProjection& operator=(const RingProjection&) = delete;
   ~RingProjection();
 
-  std::vector<cv::Mat> project(std::vector<cv::Mat> shots);
+  std::vector<cv::Mat> project(std::vector<cv::Mat> shots,
+                               cv::Range gridColumns = cv::Range::all());
 
  private:
   struct Loading;

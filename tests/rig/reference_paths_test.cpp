@@ -176,6 +176,14 @@ TEST(Projection, EqualsThePlainLoopOnRowsAndCellsItSkips) {
     EXPECT_TRUE(sameBits(all[k], expected)) << "shot " << k;
     EXPECT_TRUE(sameBits(projectShot(shots[k], table, model.geometry()), expected)) << "shot " << k;
   }
+  // Only some columns: those as projected in full, the rest black.
+  const cv::Range columns(table.cols / 3, table.cols / 2);
+  const std::vector<cv::Mat> part = projectShots(shots, table, model.geometry(), columns);
+  for (std::size_t k = 0; k < shots.size(); ++k) {
+    cv::Mat expected = cv::Mat::zeros(all[k].size(), all[k].type());
+    all[k].colRange(columns).copyTo(expected.colRange(columns));
+    EXPECT_TRUE(sameBits(part[k], expected)) << "shot " << k;
+  }
 }
 
 }  // namespace
