@@ -57,7 +57,10 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
       return;
     }
   }
-  std::vector<cv::Mat> projected = projection.project(std::move(shots));
+  // Only the columns the stitch reads are projected.
+  const cv::Range columnsRead =
+      ringColumnsRead(static_cast<int>(geometry.outWidth), geometry.outWidth, kShotsPerRing);
+  std::vector<cv::Mat> projected = projection.project(std::move(shots), columnsRead);
 
   // The driver writes the stitched image straight between the two black bands of the framed
   // image, instead of into an image of its own that the bands would then be stacked around.
@@ -66,7 +69,8 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
   cv::Mat framed(stitchedSize.height + 2 * bandRows, stitchedSize.width, CV_8UC3);
   cv::Mat stitched = framed.rowRange(bandRows, bandRows + stitchedSize.height);
   stitchRing(stitched, projected, kHeadStepDegrees, kShotsPerRing,
-             static_cast<unsigned>(stitchedSize.width), static_cast<unsigned>(stitchedSize.height));
+             static_cast<unsigned>(stitchedSize.width), static_cast<unsigned>(stitchedSize.height),
+             UnreadColumns::kAsGiven);
   projected.clear();
   if (stitched.data == framed.ptr(bandRows) &&
       stitchedSize.width == static_cast<int>(geometry.outWidth)) {

@@ -97,10 +97,13 @@ StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
   std::vector<cv::Mat> fused =
       fuseBrackets(request.shots, request.exposureCount, gains, std::move(decoded));
 
-  std::vector<cv::Mat> upperRing = projectRing(up, std::move(fused));
+  // Only the columns the stitch reads are projected.
+  const cv::Range columnsRead =
+      ringColumnsRead(static_cast<int>(up.geometry.outWidth), up.geometry.outWidth, kHeadPositions);
+  std::vector<cv::Mat> upperRing = projectRing(up, std::move(fused), columnsRead);
   std::vector<cv::Mat> lowerRing;
   if (request.withVideo) {
-    lowerRing = projectRing(down, readLowerShots(request.shots, gains));
+    lowerRing = projectRing(down, readLowerShots(request.shots, gains), columnsRead);
     if (lowerRing[0].size() != upperRing[0].size()) {
       throw Failure("The video variant needs equal panorama grids for both cameras.");
     }
@@ -113,10 +116,10 @@ StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
   Panoramas panoramas;
   if (!request.withVideo) {
     stitchRing(panoramas.upper, upperRing, kHeadStepDegrees, kHeadPositions, frameWidth,
-               frameHeight);
+               frameHeight, UnreadColumns::kAsGiven);
   } else {
     stitchTwoRings(panoramas.upper, upperRing, panoramas.lower, lowerRing, kHeadStepDegrees,
-                   kHeadPositions, frameWidth, frameHeight);
+                   kHeadPositions, frameWidth, frameHeight, UnreadColumns::kAsGiven);
     upperRing.clear();
     lowerRing.clear();
     const std::string& toneShot = request.shots[kToneSourceSlot];
