@@ -4,7 +4,6 @@
 #include "common/image_io.h"
 #include "common/parallel_items.h"
 #include "common/status.h"
-#include "common/worker_threads.h"
 #include "fusion/exposure_fusion.h"
 
 namespace velmora {
@@ -73,17 +72,16 @@ std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exp
     record.gains = gains;
     record.output = &fused[p];
   }
-  WorkerThreads workers;
-  for (FusionRecord& record : records) {
-    workers.start([&record] {
-      // A fusion reports trouble by throwing; its boolean result carries nothing more.
-      fuseExposures(
-          {std::move(record.shots[2]), std::move(record.shots[1]), std::move(record.shots[0])},
-          {record.paths[2], record.paths[1], record.paths[0]}, *record.output, record.gains.red,
-          record.gains.green, record.gains.blue);
-    });
-  }
-  workers.join();
+  // One fusion per core at a time: a fusion's working images are several times its shots, and
+  // more fusions at once than cores would only hold more of them in memory together.
+  runForEachItem(records.size(), [&records](std::size_t p) {
+    FusionRecord& record = records[p];
+    // A fusion reports trouble by throwing; its boolean result carries nothing more.
+    fuseExposures(
+        {std::move(record.shots[2]), std::move(record.shots[1]), std::move(record.shots[0])},
+        {record.paths[2], record.paths[1], record.paths[0]}, *record.output, record.gains.red,
+        record.gains.green, record.gains.blue);
+  });
   return fused;
 }
 

@@ -30,9 +30,10 @@ std::vector<std::string> bracketSlotsFromHost(const char* const* shots);
 bool checkBracketShots(cv::Size shotSize, const std::vector<std::string>& shots, int exposureCount,
                        std::vector<cv::Mat>* decoded = nullptr);
 
-// Fuses every head position's exposures on six threads, one per position, handing the paths of
+// Fuses every head position's exposures, one position per core at a time, handing the paths of
 // slot 2, 1 and 0 (empty beyond exposureCount) to the exposure fusion. Every thread is joined;
-// an exception inside a fusion (an unreadable or missing exposure) is rethrown after the joins.
+// an exception inside a fusion (an unreadable or missing exposure) stops the positions not yet
+// begun and is rethrown after the joins.
 // Returns the six fused 8-bit BGR shots in position order. `decoded` may hold, by slot, images
 // already read from the paths (as checkBracketShots gives them); they are fused instead of
 // reading their paths again.
