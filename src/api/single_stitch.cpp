@@ -4,6 +4,7 @@
 
 #include "api/camera_choice.h"
 #include "common/black_bands.h"
+#include "common/buffer_pool.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
@@ -39,6 +40,8 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
   const CameraGeometry& geometry = setup.geometry;
   const cv::Size shotSize = setup.shotSize();
 
+  // The operation's large buffers go back to the pool for its later steps.
+  const BufferPoolSession session;
   // The table is read while the shots are. Each shot is read and balanced on its own (several
   // at a time); a shot that cannot be used is reported, the first in path order, once all are
   // back.

@@ -5,6 +5,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "common/atomic_file.h"
+#include "common/buffer_pool.h"
 #include "common/image_completeness.h"
 #include "common/status.h"
 
@@ -28,7 +29,9 @@ cv::Mat readColorImage(const std::string& path) {
   }
   if (!imageDataIsComplete(bytes)) return cv::Mat();
   try {
-    return cv::imdecode(bytes, cv::IMREAD_COLOR);
+    // Decoded into a pooled image: while an operation runs, a freed shot's buffer takes the next.
+    cv::Mat image = pooledMat();
+    return cv::imdecode(bytes, cv::IMREAD_COLOR, &image);
   } catch (const cv::Exception&) {
     return cv::Mat();
   }

@@ -1,5 +1,6 @@
 #include "fusion/bracket_front.h"
 
+#include "common/buffer_pool.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/parallel_items.h"
@@ -74,6 +75,8 @@ std::vector<cv::Mat> fuseBrackets(const std::vector<std::string>& shots, int exp
   }
   // One fusion per core at a time: a fusion's working images are several times its shots, and
   // more fusions at once than cores would only hold more of them in memory together.
+  // Each position's fusion takes the buffers of the one before back from the pool.
+  const BufferPoolSession session;
   runForEachItem(records.size(), [&records](std::size_t p) {
     FusionRecord& record = records[p];
     // A fusion reports trouble by throwing; its boolean result carries nothing more.

@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "common/buffer_pool.h"
 #include "fusion/color_conversion.h"
 #include "fusion/pyramid.h"
 #include "fusion/white_balance.h"
@@ -174,7 +175,7 @@ cv::Mat planesTo8Bit(std::vector<cv::Mat>& planes, const std::array<float, 3>& m
   const bool stretch = maxima[0] > kStretchThreshold && maxima[1] > kStretchThreshold &&
                        maxima[2] > kStretchThreshold;
   const float ceiling = std::min(maxima[0], std::min(maxima[1], maxima[2]));
-  std::vector<cv::Mat> bytes(3);
+  std::vector<cv::Mat> bytes{pooledMat(), pooledMat(), pooledMat()};
   for (int c = 0; c < 3; ++c) {
     cv::Mat& plane = planes[c];
     if (stretch) {
@@ -188,7 +189,7 @@ cv::Mat planesTo8Bit(std::vector<cv::Mat>& planes, const std::array<float, 3>& m
     plane.convertTo(bytes[c], CV_8U, 255.0);
     plane.release();
   }
-  cv::Mat image;
+  cv::Mat image = pooledMat();
   cv::merge(bytes, image);
   return image;
 }
@@ -205,7 +206,7 @@ void requireSameSize(const cv::Mat& first, const cv::Mat& other, const std::stri
 cv::Mat wellExposedness(const cv::Mat& image) {
   CV_Assert(image.depth() == CV_32F && !image.empty());
   const int stride = image.channels();
-  cv::Mat weight(image.size(), CV_32F);
+  cv::Mat weight = pooledMat(image.size(), CV_32F);
   for (int y = 0; y < image.rows; ++y) {
     const float* luma = image.ptr<float>(y);
     float* w = weight.ptr<float>(y);
@@ -347,7 +348,7 @@ bool fuseExposures(std::array<cv::Mat, 3> exposures, const std::array<std::strin
   // blends then reuse.
   std::vector<cv::Mat> weights(kExposureCount);
   BlendBuffers buffers;
-  buffers.plane.create(size, CV_32F);
+  buffers.plane = pooledMat(size, CV_32F);
   for (int i = 0; i < kExposureCount; ++i) {
     for (int y = 0; y < size.height; ++y) readRow(i, 0, y, buffers.plane.ptr<float>(y));
     weighByExposedness(buffers.plane, weights[i]);

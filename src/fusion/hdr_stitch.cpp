@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "common/black_bands.h"
+#include "common/buffer_pool.h"
 #include "common/console.h"
 #include "common/image_io.h"
 #include "common/saturation.h"
@@ -90,6 +91,8 @@ StatusCode executeHdrStitch(const CameraSetup& up, const CameraSetup& down,
 
   requireInitialised(up);
   if (request.withVideo) requireInitialised(down);
+  // The operation's large buffers go back to the pool for its later steps.
+  const BufferPoolSession session;
   std::vector<cv::Mat> decoded;
   if (!checkBracketShots(up.shotSize(), request.shots, request.exposureCount, &decoded)) {
     return kStatusFailure;

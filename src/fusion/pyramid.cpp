@@ -3,6 +3,8 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "common/buffer_pool.h"
+
 namespace velmora {
 namespace {
 
@@ -171,7 +173,10 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
   const int detailedExposures = static_cast<int>(std::ceil(exposureCount * 0.5)) - 1;
 
   Pyramid result;
-  for (const cv::Size& levelSize : sizes) result.push_back(cv::Mat::zeros(levelSize, CV_32F));
+  for (const cv::Size& levelSize : sizes) {
+    result.push_back(pooledMat(levelSize, CV_32F));
+    result.back().setTo(cv::Scalar::all(0));
+  }
   cv::Mat topWeightSum;
   cv::Mat& scratch = buffers.plane;
   // Holds an exposure's full-size plane until its pyrDown, then the upsampled halves of each
@@ -181,8 +186,8 @@ cv::Mat blendExposureChannel(int channel, const ExposureRowReader& readRow,
   // place when their sizes already fit.
   Pyramid& lowPassLevels = buffers.lowPass;
   Pyramid& weightLevels = buffers.weights;
-  lowPassLevels.resize(levels);
-  weightLevels.resize(levels);
+  lowPassLevels.resize(levels, pooledMat());
+  weightLevels.resize(levels, pooledMat());
   std::vector<float> row(size.width);
 
   for (int i = 0; i < exposureCount; ++i) {
