@@ -9,6 +9,7 @@
 
 #include "common/buffer_pool.h"
 #include "common/status.h"
+#include "flow/cubic_remap.h"
 #include "flow/pixel_rounding.h"
 
 namespace velmora {
@@ -112,8 +113,7 @@ cv::Mat warpImage(const InterpolationGrid& grid, const cv::Mat& image, const cv:
       }
     }
     cv::Mat stripWarped = warped.rowRange(top, bottom);
-    cv::remap(image, stripWarped, stripMap, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
-              cv::Scalar::all(0));
+    remapCubicBgra(image, stripMap, stripWarped);
     for (int y = 0; y < bottom - top; ++y) {
       uchar* pixel = stripWarped.ptr<uchar>(y);
       for (int x = 0; x < grid.columns; ++x) {
