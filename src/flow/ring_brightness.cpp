@@ -19,18 +19,18 @@ constexpr double kSecondStripStart = 0.3888889;
 constexpr float kRampStart = 0.3888889f;
 constexpr float kRampWidth = 0.22222222f;
 
+// The sum of the HSV value channel over the strip's middle rows. The value of an 8-bit pixel is
+// the largest of its three colour bytes, taken here without converting the strip to HSV.
 float valueSum(const cv::Mat& image, const cv::Rect& strip) {
-  cv::Mat hsv;
-  cv::cvtColor(image(strip), hsv, cv::COLOR_BGR2HSV);
-  std::vector<cv::Mat> channels;
-  cv::split(hsv, channels);
-  const cv::Mat& value = channels[2];
-  const cv::Mat middle = value(cv::Rect(0, static_cast<int>(value.rows * 0.1), value.cols,
-                                        static_cast<int>(value.rows * 0.8)));
+  const int channels = image.channels();
+  const int top = strip.y + static_cast<int>(strip.height * 0.1);
+  const int rows = static_cast<int>(strip.height * 0.8);
   float sum = 0.0f;
-  for (int y = 0; y < middle.rows; ++y) {
-    const uchar* row = middle.ptr<uchar>(y);
-    for (int x = 0; x < middle.cols; ++x) sum += static_cast<float>(row[x]);
+  for (int y = top; y < top + rows; ++y) {
+    const uchar* pixel = image.ptr<uchar>(y) + strip.x * channels;
+    for (int x = 0; x < strip.width; ++x, pixel += channels) {
+      sum += static_cast<float>(std::max({pixel[0], pixel[1], pixel[2]}));
+    }
   }
   return sum;
 }

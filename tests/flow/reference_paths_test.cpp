@@ -231,9 +231,24 @@ TEST(RingBrightnessReference, GainsApplyAsThePlainPerValueLoop) {
       expected[k] = ring[k].clone();
     }
     const BrightnessStrips strips = brightnessStrips(kWidth, kHeight);
+    // The ratio of the HSV value sums over the strips' middle rows, in row order.
+    const auto valueSum = [](const cv::Mat& image, const cv::Rect& strip) {
+      cv::Mat hsv;
+      cv::cvtColor(image(strip), hsv, cv::COLOR_BGR2HSV);
+      float sum = 0.0f;
+      for (int y = static_cast<int>(strip.height * 0.1), n = 0;
+           n < static_cast<int>(strip.height * 0.8); ++y, ++n) {
+        for (int x = 0; x < strip.width; ++x) sum += hsv.at<cv::Vec3b>(y, x)[2];
+      }
+      return sum;
+    };
     std::array<float, kFullRing> ratios{};
-    for (int i = 0; i < kFullRing; ++i)
+    for (int i = 0; i < kFullRing; ++i) {
       ratios[i] = brightnessRatio(ring[i], ring[(i + 1) % kFullRing], strips);
+      const float expectedRatio =
+          valueSum(ring[i], strips.inFirst) / valueSum(ring[(i + 1) % kFullRing], strips.inSecond);
+      EXPECT_EQ(ratios[i], expectedRatio) << "pair " << i;
+    }
     const RingGains g = ringGains(ratios);
     for (int k = 0; k < kFullRing; ++k) {
       for (int y = 0; y < static_cast<int>(kHeight); ++y) {
