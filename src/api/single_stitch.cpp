@@ -83,10 +83,13 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
     framed = addBlackBands(stitched, bandRows, static_cast<int>(geometry.outWidth));
   }
 
-  cv::Mat panorama;
-  cv::resize(framed, panorama,
-             cv::Size(static_cast<int>(geometry.outWidth), static_cast<int>(geometry.outHeight)),
-             0.0, 0.0, cv::INTER_LINEAR);
+  // A resize to the framed image's own size would copy it: then it is written as it is.
+  const cv::Size gridSize(static_cast<int>(geometry.outWidth),
+                          static_cast<int>(geometry.outHeight));
+  cv::Mat panorama = framed;
+  if (framed.size() != gridSize) {
+    cv::resize(framed, panorama, gridSize, 0.0, 0.0, cv::INTER_LINEAR);
+  }
   writeImage(request.outputPath, panorama);
 
   console::out("Optical flow stitch finished.");
