@@ -2,7 +2,9 @@
 
 #include <opencv2/core.hpp>
 
+#include "common/buffer_pool.h"
 #include "common/parallel_items.h"
+#include "common/quarter_turn.h"
 #include "common/status.h"
 #include "common/worker_threads.h"
 #include "rig/projection.h"
@@ -42,7 +44,9 @@ std::vector<cv::Mat> RingProjection::project(std::vector<cv::Mat> shots, cv::Ran
   Loading& loading = *loading_;
   if (loading.geometry.lensSelector == kUpLens) {
     runForEachItem(shots.size(), [&shots](std::size_t i) {
-      cv::rotate(shots[i], shots[i], cv::ROTATE_90_COUNTERCLOCKWISE);
+      cv::Mat turned = pooledMat();
+      turnQuarterCounterClockwise(shots[i], turned);
+      shots[i] = turned;
     });
   }
   loading.reader.join();
