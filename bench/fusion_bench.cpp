@@ -1,7 +1,8 @@
 // Exposure fusion and tone matching at the sizes the HDR stitch works at.
 //   ./fusion_bench                                  everything
 //   ./fusion_bench --benchmark_filter=FuseOne       one 5472 x 3648 fusion and its peak memory
-//   ./fusion_bench --benchmark_filter=FuseSix       six fusions on parallel threads
+//   ./fusion_bench --benchmark_filter=FuseSix       six positions' fusions as the HDR stitch runs
+//   them
 //   ./fusion_bench --benchmark_filter=Mertens       the reference fusion on the same shots
 //   ./fusion_bench --benchmark_filter=ToneMatch     tone matching of a 4000 x 3000 pair
 // The shots are rendered from a textured scene at exposure factors 0.5, 1 and 2 and written as
@@ -23,7 +24,7 @@
 #include <string>
 
 #include "bench_memory.h"
-#include "common/worker_threads.h"
+#include "fusion/bracket_front.h"
 #include "fusion/exposure_fusion.h"
 #include "fusion/tone_match.h"
 
@@ -109,21 +110,21 @@ void BM_FuseOne(benchmark::State& state) {
 }
 BENCHMARK(BM_FuseOne)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 
-void BM_FuseSixInParallel(benchmark::State& state) {
+// The six head positions as the HDR stitch fuses them: one per core at a time, each taking the
+// buffers of the one before from the pool.
+void BM_FuseSixPositions(benchmark::State& state) {
   const ShotFiles& shots = ShotFiles::get();
+  std::vector<std::string> slots;
+  for (int p = 0; p < 6; ++p) {
+    for (int e = 0; e < 3; ++e) slots.push_back(shots.path(e));
+  }
+  const velmora::WhiteBalanceGains gains{1.0f, 1.0f, 1.0f};
   measureWithPeakMemory(state, [&] {
-    std::vector<cv::Mat> fused(6);
-    velmora::WorkerThreads threads;
-    for (cv::Mat& out : fused) {
-      threads.start([&shots, &out] {
-        velmora::fuseExposures(shots.path(0), shots.path(1), shots.path(2), out, 1.0f, 1.0f, 1.0f);
-      });
-    }
-    threads.join();
+    std::vector<cv::Mat> fused = velmora::fuseBrackets(slots, 3, gains);
     benchmark::DoNotOptimize(fused.data());
   });
 }
-BENCHMARK(BM_FuseSixInParallel)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+BENCHMARK(BM_FuseSixPositions)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
 // OpenCV's exposure fusion on the same files, from reading to the 8-bit result.
 void BM_MergeMertens(benchmark::State& state) {
