@@ -12,8 +12,8 @@ namespace velmora::tool {
 
 namespace {
 
-constexpr double kSingleStitchBytes = 2.0e9;
-constexpr double kHdrStitchBytes = 4.5e9;
+constexpr double kSingleStitchBytes = 1.25e9;
+constexpr double kHdrStitchBytes = 3.0e9;
 constexpr double kReferenceCells = 8192.0 * 4096.0;
 constexpr uint64_t kLeastCaptureBytes = 256ull << 20;
 

@@ -11,9 +11,10 @@
 
 namespace velmora::tool {
 
-// The peak memory of one capture: an 8192x4096 single stitch peaks near 2 GB and an HDR stitch or
-// repair near 4.5 GB; other grids scale with their area (a two-camera stitch runs its cameras one
-// after the other). Never below 256 MB: the shots and the process itself stay.
+// The peak memory of one capture: an 8192x4096 single stitch peaks near 1.1 GB and an HDR stitch
+// or repair near 2.8 GB (taken as 1.25 and 3 GB); other grids scale with their area (a two-camera
+// stitch runs its cameras one after the other). Never below 256 MB: the shots and the process
+// itself stay.
 uint64_t captureMemoryBytes(const CaptureRecord& record);
 
 struct MachineMeans {
