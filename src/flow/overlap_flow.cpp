@@ -38,9 +38,10 @@ cv::Mat bgraCopy(const cv::Mat& image, const cv::Rect& region) {
   return copy;
 }
 
-// Overlap jobs past their cut-outs run one per two cores (each computes its two flows at once):
-// a job's pyramids and working images are freed before the next job starts, which takes them
-// back from the buffer pool instead of holding its own beside them.
+// Overlap jobs that compute flows run one per two cores (each computes its two flows at once): a
+// job's pyramids and working images are freed before the next job starts, which takes them back
+// from the buffer pool instead of holding its own beside them; and its cut-outs are made only
+// when its turn comes, so that they too reuse those of a pair already done.
 ConcurrencyGate& overlapJobGate() {
   static ConcurrencyGate gate(std::thread::hardware_concurrency() / 2);
   return gate;
@@ -69,11 +70,14 @@ void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& ove
 void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap,
                        bool flowsGiven) {
   const BufferPoolSession session;
+  if (flowsGiven) {
+    cutOutOverlap(first, second, overlap);
+    return;
+  }
+  const ConcurrencyGate::Pass pass(overlapJobGate());
   cutOutOverlap(first, second, overlap);
-  if (flowsGiven) return;
   overlap.flowFirstToSecond = pooledMat();
   overlap.flowSecondToFirst = pooledMat();
-  const ConcurrencyGate::Pass pass(overlapJobGate());
   // Both directions work on the same two cut-outs: what each flow job derives from one cut-out
   // alone (half size, grey, alpha, pyramids, gradients) is derived once for both.
   FlowInput firstInput, secondInput;
