@@ -42,28 +42,39 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
 
   // The operation's large buffers go back to the pool for its later steps.
   const BufferPoolSession session;
-  // The table is read while the shots are. Each shot is read and balanced on its own (several
-  // at a time); a shot that cannot be used is reported, the first in path order, once all are
-  // back.
-  RingProjection projection(setup);
-  std::vector<cv::Mat> shots(request.imagePaths.size());
-  runForEachItem(shots.size(), [&](std::size_t i) {
-    cv::Mat shot = readColorImage(request.imagePaths[i]);
-    if (shot.empty() || shot.size() != shotSize) return;
-    applyWhiteBalanceGains(shot, request.redGain, request.greenGain, request.blueGain);
-    shots[i] = std::move(shot);
-  });
-  for (std::size_t i = 0; i < shots.size(); ++i) {
-    if (shots[i].empty()) {
-      console::err("Read imgPath: ", request.imagePaths[i], " error.");
-      handle.code = kStatusFailure;
-      return;
-    }
-  }
   // Only the columns the stitch reads are projected.
   const cv::Range columnsRead =
       ringColumnsRead(static_cast<int>(geometry.outWidth), geometry.outWidth, kShotsPerRing);
-  std::vector<cv::Mat> projected = projection.project(std::move(shots), columnsRead);
+  std::vector<cv::Mat> projected(request.imagePaths.size());
+  {
+    // The table is read while the shots are. Each shot is read, balanced and, once the table is
+    // there, turned and projected on its own (several at a time), so that a shot's decoded and
+    // turned images are freed for the next one to reuse. A shot that cannot be used is reported,
+    // the first in path order, once all are back; a table that has to be computed is computed
+    // only then.
+    RingProjection projection(setup);
+    std::vector<cv::Mat> shots(request.imagePaths.size());
+    runForEachItem(shots.size(), [&](std::size_t i) {
+      cv::Mat shot = readColorImage(request.imagePaths[i]);
+      if (shot.empty() || shot.size() != shotSize) return;
+      applyWhiteBalanceGains(shot, request.redGain, request.greenGain, request.blueGain);
+      if (projection.tableRead(columnsRead)) {
+        projected[i] = projection.projectShot(std::move(shot));
+      } else {
+        shots[i] = std::move(shot);
+      }
+    });
+    for (std::size_t i = 0; i < shots.size(); ++i) {
+      if (shots[i].empty() && projected[i].empty()) {
+        console::err("Read imgPath: ", request.imagePaths[i], " error.");
+        handle.code = kStatusFailure;
+        return;
+      }
+    }
+    if (!projection.tableRead(columnsRead)) {
+      projected = projection.project(std::move(shots), columnsRead);
+    }
+  }  // the table goes here
 
   // The driver writes the stitched image straight between the two black bands of the framed
   // image, instead of into an image of its own that the bands would then be stacked around.

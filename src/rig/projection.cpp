@@ -134,9 +134,7 @@ cv::Mat projectShot(const cv::Mat& shot, const cv::Mat& table, const CameraGeome
   return projectThroughRanges(shot, table, geometry, seenColumns(table));
 }
 
-std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::Mat& table,
-                                  const CameraGeometry& geometry, cv::Range gridColumns) {
-  for (const cv::Mat& shot : shots) requireShot(shot, geometry);
+std::vector<cv::Range> projectedColumns(const cv::Mat& table, cv::Range gridColumns) {
   CV_Assert(table.type() == CV_32FC2);
   std::vector<cv::Range> columns = seenColumns(table);
   if (gridColumns != cv::Range::all()) {
@@ -146,6 +144,20 @@ std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::M
       if (range.start >= range.end) range = cv::Range(0, 0);
     }
   }
+  return columns;
+}
+
+cv::Mat projectShotColumns(const cv::Mat& shot, const cv::Mat& table,
+                           const CameraGeometry& geometry, const std::vector<cv::Range>& columns) {
+  requireShot(shot, geometry);
+  CV_Assert(table.type() == CV_32FC2 && columns.size() == static_cast<std::size_t>(table.rows));
+  return projectThroughRanges(shot, table, geometry, columns);
+}
+
+std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::Mat& table,
+                                  const CameraGeometry& geometry, cv::Range gridColumns) {
+  for (const cv::Mat& shot : shots) requireShot(shot, geometry);
+  const std::vector<cv::Range> columns = projectedColumns(table, gridColumns);
   std::vector<cv::Mat> projected(shots.size());
   WorkerThreads workers;
   for (size_t k = 0; k < shots.size(); ++k) {

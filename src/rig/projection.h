@@ -22,4 +22,14 @@ std::vector<cv::Mat> projectShots(const std::vector<cv::Mat>& shots, const cv::M
                                   const CameraGeometry& geometry,
                                   cv::Range gridColumns = cv::Range::all());
 
+// The cells of every table row that a projection of the grid's `gridColumns` computes: those
+// between the row's first and last seen cell, within gridColumns.
+std::vector<cv::Range> projectedColumns(const cv::Mat& table,
+                                        cv::Range gridColumns = cv::Range::all());
+
+// projectShot over the given cells of every row (projectedColumns of the same table), the other
+// cells black. Throws Failure when the shot does not fit the model.
+cv::Mat projectShotColumns(const cv::Mat& shot, const cv::Mat& table,
+                           const CameraGeometry& geometry, const std::vector<cv::Range>& columns);
+
 }  // namespace velmora

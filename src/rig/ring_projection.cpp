@@ -1,5 +1,6 @@
 #include "rig/ring_projection.h"
 
+#include <mutex>
 #include <opencv2/core.hpp>
 
 #include "common/buffer_pool.h"
@@ -26,6 +27,9 @@ struct RingProjection::Loading {
   std::string tablePath;
   bool loaded = false;
   WorkerThreads reader;
+  // The reader's end, once, for every thread that asks; the cells projected per row then.
+  std::once_flag joined;
+  std::vector<cv::Range> columns;
 };
 
 RingProjection::RingProjection(const CameraSetup& camera) {
@@ -39,17 +43,44 @@ RingProjection::RingProjection(const CameraSetup& camera) {
 
 RingProjection::~RingProjection() = default;
 
+namespace {
+
+// Up shots turned a quarter counter-clockwise (into a pooled buffer); others as they are.
+cv::Mat turnedForLens(cv::Mat shot, const CameraGeometry& geometry) {
+  if (geometry.lensSelector != kUpLens) return shot;
+  cv::Mat turned = pooledMat();
+  turnQuarterCounterClockwise(shot, turned);
+  return turned;
+}
+
+}  // namespace
+
+bool RingProjection::tableRead(cv::Range gridColumns) {
+  if (!loading_) throw Failure("A ring projection projects one ring only.");
+  Loading& loading = *loading_;
+  std::call_once(loading.joined, [&loading, gridColumns] {
+    loading.reader.join();
+    if (loading.loaded) loading.columns = projectedColumns(loading.model.table(), gridColumns);
+  });
+  return loading.loaded;
+}
+
+cv::Mat RingProjection::projectShot(cv::Mat shot) const {
+  if (!loading_ || loading_->columns.empty()) {
+    throw Failure("A ring projection projects shot by shot only once its table was read.");
+  }
+  const Loading& loading = *loading_;
+  return projectShotColumns(turnedForLens(std::move(shot), loading.geometry), loading.model.table(),
+                            loading.geometry, loading.columns);
+}
+
 std::vector<cv::Mat> RingProjection::project(std::vector<cv::Mat> shots, cv::Range gridColumns) {
   if (!loading_) throw Failure("A ring projection projects one ring only.");
   Loading& loading = *loading_;
-  if (loading.geometry.lensSelector == kUpLens) {
-    runForEachItem(shots.size(), [&shots](std::size_t i) {
-      cv::Mat turned = pooledMat();
-      turnQuarterCounterClockwise(shots[i], turned);
-      shots[i] = turned;
-    });
-  }
-  loading.reader.join();
+  runForEachItem(shots.size(), [&shots, &loading](std::size_t i) {
+    shots[i] = turnedForLens(std::move(shots[i]), loading.geometry);
+  });
+  std::call_once(loading.joined, [&loading] { loading.reader.join(); });
   if (!loading.loaded) buildTable(loading.model, loading.tablePath);
   std::vector<cv::Mat> projected =
       projectShots(shots, loading.model.table(), loading.geometry, gridColumns);

@@ -33,6 +33,14 @@ class RingProjection {
   std::vector<cv::Mat> project(std::vector<cv::Mat> shots,
                                cv::Range gridColumns = cv::Range::all());
 
+  // Shot by shot instead, as each is read: tableRead() waits for the table file and says whether
+  // it could be read (it may be asked from several threads at once). Only then may
+  // projectShot() be called, from several threads at once, each shot turned and projected as
+  // project() would, over the `gridColumns` given to the first call of tableRead(). When the
+  // file could not be read, project() is the way (it computes the table).
+  bool tableRead(cv::Range gridColumns = cv::Range::all());
+  cv::Mat projectShot(cv::Mat shot) const;
+
  private:
   struct Loading;
   std::unique_ptr<Loading> loading_;
