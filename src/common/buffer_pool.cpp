@@ -4,14 +4,10 @@
 #include <map>
 #include <mutex>
 
+#include "common/buffer_allocator.h"
+
 namespace velmora {
 namespace {
-
-#if CV_VERSION_MAJOR >= 4
-using AccessFlags = cv::AccessFlag;
-#else
-using AccessFlags = int;
-#endif
 
 // The kept buffers by size, and the accounting of the header's promise.
 class Pool {
@@ -99,48 +95,18 @@ Pool& pool() {
 }
 
 // OpenCV's own allocator, with large buffers taken from and given back to the pool.
-class PoolAllocator : public cv::MatAllocator {
- public:
-  cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, size_t* step,
-                         AccessFlags /*flags*/, cv::UMatUsageFlags /*usage*/) const override {
-    size_t total = CV_ELEM_SIZE(type);
-    for (int i = dims - 1; i >= 0; --i) {
-      if (step != nullptr) {
-        if (data != nullptr && step[i] != cv::Mat::AUTO_STEP) {
-          total = step[i];
-        } else {
-          step[i] = total;
-        }
-      }
-      total *= static_cast<size_t>(sizes[i]);
-    }
-    uchar* memory = static_cast<uchar*>(data);
-    if (memory == nullptr) {
-      memory = static_cast<uchar*>(total >= kPooledBufferMinimumBytes ? pool().take(total)
-                                                                      : cv::fastMalloc(total));
-    }
-    auto* record = new cv::UMatData(this);
-    record->data = record->origdata = memory;
-    record->size = total;
-    if (data != nullptr) record->flags |= cv::UMatData::USER_ALLOCATED;
-    return record;
+class PoolAllocator : public BufferAllocator {
+ protected:
+  void* obtain(std::size_t bytes) const override {
+    return bytes >= kPooledBufferMinimumBytes ? pool().take(bytes) : cv::fastMalloc(bytes);
   }
 
-  bool allocate(cv::UMatData* record, AccessFlags /*flags*/,
-                cv::UMatUsageFlags /*usage*/) const override {
-    return record != nullptr;
-  }
-
-  void deallocate(cv::UMatData* record) const override {
-    if (record == nullptr) return;
-    if (!(record->flags & cv::UMatData::USER_ALLOCATED)) {
-      if (record->size >= kPooledBufferMinimumBytes) {
-        pool().give(record->origdata, record->size);
-      } else {
-        cv::fastFree(record->origdata);
-      }
+  void release(void* memory, std::size_t bytes) const override {
+    if (bytes >= kPooledBufferMinimumBytes) {
+      pool().give(memory, bytes);
+    } else {
+      cv::fastFree(memory);
     }
-    delete record;
   }
 };
 

@@ -3,54 +3,22 @@
 #include <cstdlib>
 #include <new>
 
+#include "common/buffer_allocator.h"
+
 namespace velmora {
 namespace {
 
-#if CV_VERSION_MAJOR >= 4
-using AccessFlags = cv::AccessFlag;
-#else
-using AccessFlags = int;
-#endif
-
 // OpenCV's own allocator with calloc and free in place of its aligned malloc: calloc hands out
 // fresh zero pages for large blocks instead of clearing them.
-class ZeroedAllocator : public cv::MatAllocator {
- public:
-  cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, size_t* step,
-                         AccessFlags /*flags*/, cv::UMatUsageFlags /*usage*/) const override {
-    size_t total = CV_ELEM_SIZE(type);
-    for (int i = dims - 1; i >= 0; --i) {
-      if (step != nullptr) {
-        if (data != nullptr && step[i] != cv::Mat::AUTO_STEP) {
-          total = step[i];
-        } else {
-          step[i] = total;
-        }
-      }
-      total *= static_cast<size_t>(sizes[i]);
-    }
-    uchar* memory = static_cast<uchar*>(data);
-    if (memory == nullptr) {
-      memory = static_cast<uchar*>(std::calloc(total == 0 ? 1 : total, 1));
-      if (memory == nullptr) throw std::bad_alloc();
-    }
-    auto* record = new cv::UMatData(this);
-    record->data = record->origdata = memory;
-    record->size = total;
-    if (data != nullptr) record->flags |= cv::UMatData::USER_ALLOCATED;
-    return record;
+class ZeroedAllocator : public BufferAllocator {
+ protected:
+  void* obtain(std::size_t bytes) const override {
+    void* memory = std::calloc(bytes == 0 ? 1 : bytes, 1);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
   }
 
-  bool allocate(cv::UMatData* record, AccessFlags /*flags*/,
-                cv::UMatUsageFlags /*usage*/) const override {
-    return record != nullptr;
-  }
-
-  void deallocate(cv::UMatData* record) const override {
-    if (record == nullptr) return;
-    if (!(record->flags & cv::UMatData::USER_ALLOCATED)) std::free(record->origdata);
-    delete record;
-  }
+  void release(void* memory, std::size_t /*bytes*/) const override { std::free(memory); }
 };
 
 // Never destroyed: images made by it may outlive any static object.
