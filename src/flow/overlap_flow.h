@@ -41,9 +41,11 @@ void cutOutOverlap(const cv::Mat& first, const cv::Mat& second, SeamOverlap& ove
 
 // The overlap flow job: cutOutOverlap, then, unless `flowsGiven`, the flow from the first cut to
 // the second (hint 2, wide propagation) and from the second to the first (hint 0, wide
-// propagation), computed at once on two threads and both joined. With `flowsGiven` no flow is
-// computed and overlap's flows stay as the caller set them. An exception in either flow thread is
-// rethrown here after both have been joined.
+// propagation), computed at once on two threads and both joined. Jobs that compute flows take
+// turns, one per two cores at a time (cut-outs included), so that each reuses the buffers of the
+// one before through the buffer pool. With `flowsGiven` no flow is computed and overlap's flows
+// stay as the caller set them. An exception in either flow thread is rethrown here after both
+// have been joined.
 void runOverlapFlowJob(const cv::Mat& first, const cv::Mat& second, SeamOverlap& overlap,
                        bool flowsGiven);
 
