@@ -74,7 +74,7 @@ void executeSingleStitch(StitchHandle& handle, const SingleStitchRequest& reques
     if (!projection.tableRead(columnsRead)) {
       projected = projection.project(std::move(shots), columnsRead);
     }
-  }  // the table goes here
+  }  // the projection table is freed here, before the stitch
 
   // The driver writes the stitched image straight between the two black bands of the framed
   // image, instead of into an image of its own that the bands would then be stacked around.
