@@ -161,8 +161,8 @@ void BM_OverlapFlowJob(benchmark::State& state) {
   reportMeanFlow(state, overlap.flowFirstToSecond);
 }
 
-// The driver's flow stage at 8192 x 4096: six overlap flow jobs on threads of their own, each
-// running its two flow jobs on two more, so twelve flow fields.
+// The driver's flow stage at 8192 x 4096: six overlap flow jobs on threads of their own (taking
+// turns, one per two cores), each running its two flow jobs on two more, so twelve flow fields.
 void BM_TwelveFlowFields(benchmark::State& state) {
   std::vector<cv::Mat> images;
   for (const cv::Mat& view : ring()) images.push_back(view.clone());

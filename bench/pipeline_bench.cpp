@@ -6,7 +6,7 @@
 //   TableBuild    the Up camera's projection table onto the 8192 x 4096 grid, on every core
 //   Projection    six 5472 x 3648 shots through the table; peer: cv::remap (INTER_LINEAR,
 //                 constant border) of the same shots with the same table as its map (remap_*)
-//   FlowFields    the twelve flow fields of the projected ring (six overlap jobs at once)
+//   FlowFields    the twelve flow fields of the projected ring (six overlap jobs started at once)
 //   RingStitch    the stitch driver on the projected ring: brightness, flows, bands, assembly
 //   Fusion        one bracket of three 5472 x 3648 exposures, from the JPEG files to the fused
 //                 image; peers: cv::MergeMertens on the same files to an 8-bit image (mertens_*)
