@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "common/buffer_allocator.h"
 
@@ -14,7 +15,8 @@ class Pool {
  public:
   void open() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    ++sessions_;
+    // The most in use counts from the first session on, not from use before it.
+    if (sessions_++ == 0) mostInUse_ = inUse_;
   }
 
   void close() {
