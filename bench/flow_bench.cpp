@@ -1,7 +1,7 @@
 // Timings of the flow engine at the rig's sizes: one flow job and one overlap flow job on the
 // overlap of two neighbouring 8192 x 4096 projected images, the twelve flow fields of a ring of
 // six (the driver's flow stage) and the whole ring stitch of six; the seam warp's resampling
-// beside cv::remap.
+// beside cv::remap and the flow median beside cv::medianBlur.
 //   ./flow_bench
 //
 // The images are views of one panorama texture: the photograph named by VELMORA_BENCH_IMAGE, else
@@ -11,6 +11,7 @@
 // Times are wall-clock; the CPU column is the whole process's, over all its threads.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
@@ -24,6 +25,7 @@
 #include "bench_memory.h"
 #include "common/worker_threads.h"
 #include "flow/cubic_remap.h"
+#include "flow/median_blur.h"
 #include "flow/optical_flow.h"
 #include "flow/overlap_flow.h"
 #include "flow/stitch_driver.h"
@@ -192,6 +194,38 @@ void BM_StitchRing(benchmark::State& state) {
   }
 }
 
+// Runs `ours` and then `peer` (on the same inputs, each writing its own output) in every
+// iteration; the iteration time is ours, the counters give the peer's time and both ratios.
+// OpenCV spreads some of its work over every core; in the stitch, where the cores are busy, the
+// processor time is what counts.
+template <class Ours, class Peer>
+void timeBesidePeer(benchmark::State& state, const std::string& peerName, Ours ours, Peer peer) {
+  double ourSeconds = 0.0, peerSeconds = 0.0, ourCpu = 0.0, peerCpu = 0.0;
+  for (auto _ : state) {
+    const double cpuStart = velmora::bench::processSeconds();
+    const auto start = std::chrono::steady_clock::now();
+    ours();
+    const auto middle = std::chrono::steady_clock::now();
+    const double cpuMiddle = velmora::bench::processSeconds();
+    peer();
+    const auto end = std::chrono::steady_clock::now();
+    ourCpu += cpuMiddle - cpuStart;
+    peerCpu += velmora::bench::processSeconds() - cpuMiddle;
+    ourSeconds += std::chrono::duration<double>(middle - start).count();
+    peerSeconds += std::chrono::duration<double>(end - middle).count();
+    state.SetIterationTime(std::chrono::duration<double>(middle - start).count());
+  }
+  state.counters[peerName + "_ms"] = 1000.0 * peerSeconds / static_cast<double>(state.iterations());
+  state.counters[peerName + "_ratio"] = ourSeconds / peerSeconds;
+  state.counters["cpu_ratio"] = ourCpu / peerCpu;
+}
+
+bool sameBytes(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() &&
+         cv::norm(a.reshape(1), b.reshape(1), cv::NORM_INF) == 0.0 &&
+         std::equal(a.datastart, a.dataend, b.datastart);
+}
+
 // The seam warp's bicubic resampling of one 1365 x 4096 BGRA cut-out through a displaced-position
 // map, ours beside cv::remap (INTER_CUBIC, zero border) on the same inputs in the same iteration;
 // both give the same bytes (checked here too).
@@ -207,32 +241,33 @@ void BM_SeamWarpCubicRemap(benchmark::State& state) {
     }
   }
   cv::Mat ours(image.size(), CV_8UC4), theirs(image.size(), CV_8UC4);
-  double ourSeconds = 0.0, theirSeconds = 0.0, ourCpu = 0.0, theirCpu = 0.0;
-  for (auto _ : state) {
-    const double cpuStart = velmora::bench::processSeconds();
-    const auto start = std::chrono::steady_clock::now();
-    velmora::remapCubicBgra(image, map, ours);
-    const auto middle = std::chrono::steady_clock::now();
-    const double cpuMiddle = velmora::bench::processSeconds();
-    cv::remap(image, theirs, map, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT);
-    const auto end = std::chrono::steady_clock::now();
-    ourCpu += cpuMiddle - cpuStart;
-    theirCpu += velmora::bench::processSeconds() - cpuMiddle;
-    ourSeconds += std::chrono::duration<double>(middle - start).count();
-    theirSeconds += std::chrono::duration<double>(end - middle).count();
-    state.SetIterationTime(std::chrono::duration<double>(middle - start).count());
-  }
-  if (cv::norm(ours, theirs, cv::NORM_INF) != 0.0) state.SkipWithError("bytes differ");
-  state.counters["cv_remap_ms"] = 1000.0 * theirSeconds / static_cast<double>(state.iterations());
-  state.counters["cv_remap_ratio"] = ourSeconds / theirSeconds;
-  // OpenCV spreads its work over every core; in the stitch, where the cores are busy, the
-  // processor time is what counts.
-  state.counters["cpu_ratio"] = ourCpu / theirCpu;
+  timeBesidePeer(
+      state, "cv_remap", [&] { velmora::remapCubicBgra(image, map, ours); },
+      [&] { cv::remap(image, theirs, map, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_CONSTANT); });
+  if (!sameBytes(ours, theirs)) state.SkipWithError("bytes differ");
+}
+
+// The flow refinement's 5 x 5 median of a 1365 x 4096 two-channel flow field (a smooth field
+// with pixel noise), ours beside cv::medianBlur; both give the same bits (checked here too).
+void BM_FlowMedian(benchmark::State& state) {
+  cv::Mat noise(kFrameHeight, 1365, CV_32FC2);
+  cv::RNG(11).fill(noise, cv::RNG::NORMAL, cv::Scalar::all(0), cv::Scalar::all(4));
+  cv::Mat flow;
+  cv::GaussianBlur(noise, flow, cv::Size(31, 31), 10.0);
+  cv::Mat pixelNoise(flow.size(), CV_32FC2);
+  cv::RNG(12).fill(pixelNoise, cv::RNG::NORMAL, cv::Scalar::all(0), cv::Scalar::all(0.3));
+  flow += pixelNoise;
+  cv::Mat ours(flow.size(), CV_32FC2), theirs(flow.size(), CV_32FC2);
+  timeBesidePeer(
+      state, "cv_medianBlur", [&] { velmora::medianBlur5x5(flow, ours); },
+      [&] { cv::medianBlur(flow, theirs, 5); });
+  if (!sameBytes(ours, theirs)) state.SkipWithError("bits differ");
 }
 
 }  // namespace
 
 BENCHMARK(BM_SeamWarpCubicRemap)->Unit(benchmark::kMillisecond)->Iterations(5)->UseManualTime();
+BENCHMARK(BM_FlowMedian)->Unit(benchmark::kMillisecond)->Iterations(10)->UseManualTime();
 BENCHMARK(BM_FlowJob)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1)
