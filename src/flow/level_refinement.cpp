@@ -7,6 +7,7 @@
 #include "common/buffer_pool.h"
 #include "common/status.h"
 #include "flow/initial_search.h"
+#include "flow/median_blur.h"
 
 namespace velmora {
 namespace {
@@ -239,7 +240,7 @@ void blendTowards(cv::Mat& flow, const cv::Mat& alpha0, const cv::Mat& alpha1, c
 // The 5 x 5 median of `flow` into the other flow buffer, which then holds the flow.
 void medianIntoOther(cv::Mat& flow, const LevelWorkspace& workspace) {
   cv::Mat filtered = workspace.otherFlow(flow, flow.size());
-  cv::medianBlur(flow, filtered, 5);
+  medianBlur5x5(flow, filtered);
   flow = filtered;
 }
 
