@@ -246,9 +246,28 @@ void medianIntoOther(cv::Mat& flow, const LevelWorkspace& workspace) {
 
 }  // namespace
 
+void centralDifferences(const cv::Mat& grey, cv::Mat& differenceX, cv::Mat& differenceY) {
+  if (grey.type() != CV_32FC1 || grey.empty()) {
+    throw Failure("Gradients: the grey image must be a non-empty 32-bit float image.");
+  }
+  differenceX.create(grey.size(), CV_32F);
+  differenceY.create(grey.size(), CV_32F);
+  const int width = grey.cols;
+  for (int y = 0; y < grey.rows; ++y) {
+    const float* above = grey.ptr<float>(std::max(y - 1, 0));
+    const float* row = grey.ptr<float>(y);
+    const float* below = grey.ptr<float>(std::min(y + 1, grey.rows - 1));
+    float* dx = differenceX.ptr<float>(y);
+    float* dy = differenceY.ptr<float>(y);
+    for (int x = 0; x < width; ++x) dy[x] = below[x] - above[x];
+    dx[0] = row[std::min(1, width - 1)] - row[0];
+    for (int x = 1; x < width - 1; ++x) dx[x] = row[x + 1] - row[x - 1];
+    if (width > 1) dx[width - 1] = row[width - 1] - row[width - 2];
+  }
+}
+
 void greyGradients(const cv::Mat& grey, cv::Mat& gradientX, cv::Mat& gradientY) {
-  cv::Sobel(grey, gradientX, -1, 1, 0, 1, 1.0, 0.0, cv::BORDER_REPLICATE);
-  cv::Sobel(grey, gradientY, -1, 0, 1, 1, 1.0, 0.0, cv::BORDER_REPLICATE);
+  centralDifferences(grey, gradientX, gradientY);
   cv::GaussianBlur(gradientX, gradientX, cv::Size(3, 3), 0.5, 0.0, cv::BORDER_DEFAULT);
   cv::GaussianBlur(gradientY, gradientY, cv::Size(3, 3), 0.5, 0.0, cv::BORDER_DEFAULT);
 }

@@ -22,8 +22,15 @@ struct SweepInputs {
   cv::Mat prior;
 };
 
-// The smoothed horizontal and vertical gradients of a CV_32F grey image: cv::Sobel with kernel
-// size 1 and replicated border, each then blurred with a 3 x 3 Gaussian of sigma 0.5.
+// The central differences of a CV_32F image along x and y, I(x + 1) - I(x - 1) and
+// I(y + 1) - I(y - 1), with the edge pixels repeated outside it: the values of cv::Sobel with
+// kernel size 1 and a replicated border, without its general filter machinery. Throws Failure for
+// an empty image or another type; the outputs must not share the image's data.
+void centralDifferences(const cv::Mat& grey, cv::Mat& differenceX, cv::Mat& differenceY);
+
+// The smoothed horizontal and vertical gradients of a CV_32F grey image: the central differences
+// (cv::Sobel with kernel size 1 and replicated border), each then blurred with a 3 x 3 Gaussian of
+// sigma 0.5.
 void greyGradients(const cv::Mat& grey, cv::Mat& gradientX, cv::Mat& gradientY);
 
 // The smooth prior of a flow field: its 15 x 15 Gaussian blur of sigma 8.

@@ -1,7 +1,7 @@
-// The propagation sweeps, the flow job, the ring gains and the seam warp against plain loops and
-// calls written from their formulas: the fast paths cost candidates in batches of vector lanes
-// (every unit the processor has), refine neighbouring pixels together, share prepared inputs and
-// copy the flow at integer positions, and must still give the same bits.
+// The propagation sweeps, the gradients' differences, the flow job, the ring gains and the seam
+// warp against plain loops and calls written from their formulas: the fast paths cost candidates in
+// batches of vector lanes (every unit the processor has), refine neighbouring pixels together,
+// share prepared inputs and copy the flow at integer positions, and must still give the same bits.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -155,6 +155,27 @@ TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
       }
     }
   }
+}
+
+// The gradients' differences as cv::Sobel (kernel size 1, replicated border) gives them, on thin
+// and wide images, grey values and values of both signs and every magnitude.
+TEST(CentralDifferencesReference, EqualCvSobelWithKernelSizeOne) {
+  cv::RNG rng(8);
+  for (cv::Size size :
+       {cv::Size(1, 1), cv::Size(1, 6), cv::Size(7, 1), cv::Size(2, 2), cv::Size(131, 67)}) {
+    for (double range : {1.0, 1e30}) {
+      cv::Mat grey(size, CV_32F);
+      rng.fill(grey, cv::RNG::UNIFORM, range == 1.0 ? 0.0 : -range, range);
+      cv::Mat dx, dy, expectedX, expectedY;
+      centralDifferences(grey, dx, dy);
+      cv::Sobel(grey, expectedX, -1, 1, 0, 1, 1.0, 0.0, cv::BORDER_REPLICATE);
+      cv::Sobel(grey, expectedY, -1, 0, 1, 1, 1.0, 0.0, cv::BORDER_REPLICATE);
+      EXPECT_TRUE(sameBits(dx, expectedX)) << size << " range " << range;
+      EXPECT_TRUE(sameBits(dy, expectedY)) << size << " range " << range;
+    }
+  }
+  cv::Mat dx, dy;
+  EXPECT_THROW(centralDifferences(cv::Mat(4, 4, CV_8U, cv::Scalar(1)), dx, dy), Failure);
 }
 
 // The flow job as a chain of plain OpenCV calls around the level refinement.
