@@ -6,13 +6,14 @@
 
 #include "common/status.h"
 
-// The row kernel is compiled once for the baseline and once for AVX2, and the processor picks
-// (the loops are plain C++ that the compiler vectorises; minimum and maximum are exact, so both
-// give the same values).
-#if defined(__GNUC__) && defined(__x86_64__) && defined(__ELF__) && !defined(__clang__)
-#define VELMORA_MEDIAN_CLONES __attribute__((target_clones("avx2", "default")))
+// The row kernel is plain C++ that the compiler vectorises, built twice: for the baseline and,
+// where the compiler can target it, for AVX2, which runs where the processor has it. Minimum and
+// maximum are exact, so both give the same values.
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define VELMORA_MEDIAN_AVX2 1
+#define VELMORA_INLINE inline __attribute__((always_inline))
 #else
-#define VELMORA_MEDIAN_CLONES
+#define VELMORA_INLINE inline
 #endif
 
 namespace velmora {
@@ -26,15 +27,15 @@ constexpr int kMaxReach = 2 * kMaxChannels;  // floats from a window's centre to
 
 // Compare-exchange: a takes the smaller, b the larger. keepMin and keepMax are the halves of it
 // whose other output is never read.
-inline void order(float& a, float& b) {
+VELMORA_INLINE void order(float& a, float& b) {
   const float low = b < a ? b : a;
   b = b < a ? a : b;
   a = low;
 }
-inline void keepMin(float& a, float b) {
+VELMORA_INLINE void keepMin(float& a, float b) {
   a = b < a ? b : a;
 }
-inline void keepMax(float a, float& b) {
+VELMORA_INLINE void keepMax(float a, float& b) {
   b = b < a ? a : b;
 }
 
@@ -48,7 +49,7 @@ struct Rows {
   float pairs[10][kChunk + kMaxReach];      // two columns d apart, merged
 };
 
-inline void sortFive(float* m) {
+VELMORA_INLINE void sortFive(float* m) {
   order(m[0], m[1]);
   order(m[3], m[4]);
   order(m[2], m[4]);
@@ -61,8 +62,8 @@ inline void sortFive(float* m) {
 }
 
 // Sorted columns at positions [first, first + count) of the row, every position inside it.
-inline void sortColumns(const float* const* source, int first, int count,
-                        float (*sorted)[kChunk + 2 * kMaxReach], int at) {
+VELMORA_INLINE void sortColumns(const float* const* source, int first, int count,
+                                float (*sorted)[kChunk + 2 * kMaxReach], int at) {
   const float* r0 = source[0] + first;
   const float* r1 = source[1] + first;
   const float* r2 = source[2] + first;
@@ -76,7 +77,8 @@ inline void sortColumns(const float* const* source, int first, int count,
 }
 
 // The merge of sorted columns t and t + d, in rank order.
-inline void mergePairs(const Rows& rows, int count, int d, float (*pairs)[kChunk + kMaxReach]) {
+VELMORA_INLINE void mergePairs(const Rows& rows, int count, int d,
+                               float (*pairs)[kChunk + kMaxReach]) {
   for (int t = 0; t < count; ++t) {
     float m[10];
     for (int k = 0; k < 5; ++k) {
@@ -104,7 +106,7 @@ inline void mergePairs(const Rows& rows, int count, int d, float (*pairs)[kChunk
 // The median of window t: ranks 8 to 13 of the merge of pairs t and t + 2d (a group of four
 // columns), then the 13th smallest of those and the window's fifth column's five (c), which is the
 // smallest of q13, max(q12, c1), max(q11, c2), ..., max(q8, c5).
-inline void selectMedians(const Rows& rows, int count, int d, float* out) {
+VELMORA_INLINE void selectMedians(const Rows& rows, int count, int d, float* out) {
   const int last = 4 * d;  // the window's fifth column, relative to its group
   for (int t = 0; t < count; ++t) {
     float m[20];
@@ -149,8 +151,8 @@ inline void selectMedians(const Rows& rows, int count, int d, float* out) {
 }
 
 // The sorted column at position j outside the row, which repeats the edge pixel's channel.
-inline void sortEdgeColumn(const float* const* source, int length, int channels, int j, Rows& rows,
-                           int at) {
+VELMORA_INLINE void sortEdgeColumn(const float* const* source, int length, int channels, int j,
+                                   Rows& rows, int at) {
   while (j < 0) j += channels;
   while (j >= length) j -= channels;
   float m[5] = {source[0][j], source[1][j], source[2][j], source[3][j], source[4][j]};
@@ -158,8 +160,7 @@ inline void sortEdgeColumn(const float* const* source, int length, int channels,
   for (int k = 0; k < 5; ++k) rows.sorted[k][at] = m[k];
 }
 
-VELMORA_MEDIAN_CLONES void medianRow(const float* const* source, int length, int channels,
-                                     float* out) {
+VELMORA_INLINE void filterRow(const float* const* source, int length, int channels, float* out) {
   Rows rows;
   const int d = channels;
   for (int begin = 0; begin < length; begin += kChunk) {
@@ -180,6 +181,30 @@ VELMORA_MEDIAN_CLONES void medianRow(const float* const* source, int length, int
   }
 }
 
+// The row filter as the baseline build's code and as AVX2 code.
+void filterRowBaseline(const float* const* source, int length, int channels, float* out) {
+  filterRow(source, length, channels, out);
+}
+
+#if defined(VELMORA_MEDIAN_AVX2)
+__attribute__((target("avx2"))) void filterRowAvx2(const float* const* source, int length,
+                                                   int channels, float* out) {
+  filterRow(source, length, channels, out);
+}
+#endif
+
+using RowFilter = void (*)(const float* const*, int, int, float*);
+
+RowFilter rowFilter(bool widest) {
+#if defined(VELMORA_MEDIAN_AVX2)
+  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+  if (widest && avx2) return filterRowAvx2;
+#else
+  (void)widest;
+#endif
+  return filterRowBaseline;
+}
+
 // Whether any value is a NaN or a negative zero.
 bool holdsNanOrNegativeZero(const cv::Mat& image) {
   const int length = image.cols * image.channels();
@@ -197,7 +222,7 @@ bool holdsNanOrNegativeZero(const cv::Mat& image) {
 
 }  // namespace
 
-void medianBlur5x5(const cv::Mat& image, cv::Mat& filtered) {
+void medianBlur5x5(const cv::Mat& image, cv::Mat& filtered, bool widestUnit) {
   if (image.depth() != CV_32F || image.channels() > kMaxChannels || image.empty()) {
     throw Failure("Median filter: the image must be 32-bit float with 1 to 4 channels.");
   }
@@ -211,11 +236,12 @@ void medianBlur5x5(const cv::Mat& image, cv::Mat& filtered) {
   filtered.create(image.size(), image.type());
   const int length = image.cols * image.channels();
   const int last = image.rows - 1;
+  const RowFilter filterRowWith = rowFilter(widestUnit);
   for (int y = 0; y < image.rows; ++y) {
     const float* source[5];
     for (int k = 0; k < 5; ++k)
       source[k] = image.ptr<float>(std::min(std::max(y + k - 2, 0), last));
-    medianRow(source, length, image.channels(), filtered.ptr<float>(y));
+    filterRowWith(source, length, image.channels(), filtered.ptr<float>(y));
   }
 }
 

@@ -16,7 +16,9 @@ namespace velmora {
 //   cv::medianBlur(image, filtered, 5), except where ties between +0 and -0 could let a sorting
 //   order pick either sign. An image holding a negative zero or a NaN is therefore handed to
 //   cv::medianBlur itself.
+// - The widest vector unit the processor has does the work; `widestUnit` false keeps the
+//   baseline build's code (for tests).
 // Throws Failure when the type does not fit or `filtered` shares `image`'s data.
-void medianBlur5x5(const cv::Mat& image, cv::Mat& filtered);
+void medianBlur5x5(const cv::Mat& image, cv::Mat& filtered, bool widestUnit = true);
 
 }  // namespace velmora

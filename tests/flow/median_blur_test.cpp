@@ -19,12 +19,16 @@ bool sameBits(const cv::Mat& a, const cv::Mat& b) {
   return true;
 }
 
+// Both builds of the filter: the baseline's and the widest unit's.
 void expectAsCvMedianBlur(const cv::Mat& image) {
-  cv::Mat expected, filtered;
+  cv::Mat expected;
   cv::medianBlur(image, expected, 5);
-  medianBlur5x5(image, filtered);
-  EXPECT_TRUE(sameBits(filtered, expected))
-      << image.cols << " x " << image.rows << ", " << image.channels() << " channels";
+  for (bool widest : {false, true}) {
+    cv::Mat filtered;
+    medianBlur5x5(image, filtered, widest);
+    EXPECT_TRUE(sameBits(filtered, expected)) << image.cols << " x " << image.rows << ", "
+                                              << image.channels() << " channels, widest " << widest;
+  }
 }
 
 // Every channel count, sizes smaller than the window and sizes across the row chunks (256
