@@ -158,18 +158,66 @@ VELMORA_AVX2 inline __m256 sample8(const float* image, std::size_t stride, const
                    _mm256_shuffle_ps(bottomA, bottomB, _MM_SHUFFLE(3, 1, 3, 1)), u, v);
 }
 
-VELMORA_AVX2 void evaluateAvx2(const LevelCostContext& level, CostBatch& batch, int count) {
-  const int end = roundUp(count, 8);
-  padLanes(batch, count, end);
+// What every lane's cost reads that is fixed for one level, in registers.
+struct LevelLanes8 {
+  __m256 maxX, maxY, width, height;
+  const float* gradient1x;
+  const float* gradient1y;
+  std::size_t stride;
+};
+
+VELMORA_AVX2 inline LevelLanes8 levelLanes8(const LevelCostContext& level) {
+  return {_mm256_set1_ps(level.maxX),
+          _mm256_set1_ps(level.maxY),
+          _mm256_set1_ps(level.width),
+          _mm256_set1_ps(level.height),
+          level.gradient1x,
+          level.gradient1y,
+          level.stride};
+}
+
+// Eight costs: lane k costs flow (fx[k], fy[k]) at the pixel whose terms are in lane k of the
+// term vectors.
+VELMORA_AVX2 inline __m256 costs8(const LevelLanes8& level, __m256 pixelX, __m256 pixelY,
+                                  __m256 gradient0x, __m256 gradient0y, __m256 priorX,
+                                  __m256 priorY, __m256 fx, __m256 fy) {
   const __m256 zero = _mm256_setzero_ps();
-  const __m256 maxX = _mm256_set1_ps(level.maxX);
-  const __m256 maxY = _mm256_set1_ps(level.maxY);
   const __m256 absMask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
   const __m256 priorWeight = _mm256_set1_ps(kPriorWeight);
   const __m256 weight = _mm256_set1_ps(kDisplacementWeight);
-  const __m256 width = _mm256_set1_ps(level.width);
-  const __m256 height = _mm256_set1_ps(level.height);
-  const std::size_t stride = level.stride;
+  const __m256 px = _mm256_min_ps(_mm256_max_ps(_mm256_add_ps(pixelX, fx), zero), level.maxX);
+  const __m256 py = _mm256_min_ps(_mm256_max_ps(_mm256_add_ps(pixelY, fy), zero), level.maxY);
+  const __m256i column = _mm256_cvttps_epi32(px);
+  const __m256i row = _mm256_cvttps_epi32(py);
+  const __m256 u = _mm256_sub_ps(px, _mm256_cvtepi32_ps(column));
+  const __m256 v = _mm256_sub_ps(py, _mm256_cvtepi32_ps(row));
+  alignas(32) int columns[8];
+  alignas(32) int rows[8];
+  _mm256_store_si256(reinterpret_cast<__m256i*>(columns), column);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rows), row);
+  std::size_t at[8];
+  for (int lane = 0; lane < 8; ++lane) {
+    at[lane] = static_cast<std::size_t>(rows[lane]) * level.stride + columns[lane];
+  }
+  const __m256 ex = _mm256_sub_ps(gradient0x, sample8(level.gradient1x, level.stride, at, u, v));
+  const __m256 ey = _mm256_sub_ps(gradient0y, sample8(level.gradient1y, level.stride, at, u, v));
+  const __m256 dx = _mm256_sub_ps(fx, priorX);
+  const __m256 dy = _mm256_sub_ps(fy, priorY);
+  __m256 cost = _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(ex, ex), _mm256_mul_ps(ey, ey)));
+  cost = _mm256_add_ps(
+      cost, _mm256_mul_ps(priorWeight, _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(dx, dx),
+                                                                    _mm256_mul_ps(dy, dy)))));
+  cost = _mm256_add_ps(
+      cost, _mm256_div_ps(_mm256_mul_ps(weight, _mm256_and_ps(fy, absMask)), level.width));
+  cost = _mm256_add_ps(
+      cost, _mm256_div_ps(_mm256_mul_ps(weight, _mm256_and_ps(fx, absMask)), level.height));
+  return cost;
+}
+
+VELMORA_AVX2 void evaluateAvx2(const LevelCostContext& level, CostBatch& batch, int count) {
+  const int end = roundUp(count, 8);
+  padLanes(batch, count, end);
+  const LevelLanes8 lanes = levelLanes8(level);
   // The per-pixel terms stay in registers; each lane picks its pixel's entry.
   const __m256 pixelX = _mm256_load_ps(batch.x);
   const __m256 pixelY = _mm256_load_ps(batch.y);
@@ -179,39 +227,95 @@ VELMORA_AVX2 void evaluateAvx2(const LevelCostContext& level, CostBatch& batch, 
   const __m256 pixelPriorY = _mm256_load_ps(batch.priorY);
   for (int k = 0; k < end; k += 8) {
     const __m256i pixel = _mm256_load_si256(reinterpret_cast<const __m256i*>(batch.pixel + k));
-    const __m256 fx = _mm256_load_ps(batch.fx + k);
-    const __m256 fy = _mm256_load_ps(batch.fy + k);
-    const __m256 px = _mm256_min_ps(
-        _mm256_max_ps(_mm256_add_ps(_mm256_permutevar8x32_ps(pixelX, pixel), fx), zero), maxX);
-    const __m256 py = _mm256_min_ps(
-        _mm256_max_ps(_mm256_add_ps(_mm256_permutevar8x32_ps(pixelY, pixel), fy), zero), maxY);
-    const __m256i column = _mm256_cvttps_epi32(px);
-    const __m256i row = _mm256_cvttps_epi32(py);
-    const __m256 u = _mm256_sub_ps(px, _mm256_cvtepi32_ps(column));
-    const __m256 v = _mm256_sub_ps(py, _mm256_cvtepi32_ps(row));
-    alignas(32) int columns[8];
-    alignas(32) int rows[8];
-    _mm256_store_si256(reinterpret_cast<__m256i*>(columns), column);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(rows), row);
-    std::size_t at[8];
-    for (int lane = 0; lane < 8; ++lane) {
-      at[lane] = static_cast<std::size_t>(rows[lane]) * stride + columns[lane];
-    }
-    const __m256 ex = _mm256_sub_ps(_mm256_permutevar8x32_ps(pixelGradientX, pixel),
-                                    sample8(level.gradient1x, stride, at, u, v));
-    const __m256 ey = _mm256_sub_ps(_mm256_permutevar8x32_ps(pixelGradientY, pixel),
-                                    sample8(level.gradient1y, stride, at, u, v));
-    const __m256 dx = _mm256_sub_ps(fx, _mm256_permutevar8x32_ps(pixelPriorX, pixel));
-    const __m256 dy = _mm256_sub_ps(fy, _mm256_permutevar8x32_ps(pixelPriorY, pixel));
-    __m256 cost = _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(ex, ex), _mm256_mul_ps(ey, ey)));
-    cost = _mm256_add_ps(
-        cost, _mm256_mul_ps(priorWeight, _mm256_sqrt_ps(_mm256_add_ps(_mm256_mul_ps(dx, dx),
-                                                                      _mm256_mul_ps(dy, dy)))));
-    cost = _mm256_add_ps(cost,
-                         _mm256_div_ps(_mm256_mul_ps(weight, _mm256_and_ps(fy, absMask)), width));
-    cost = _mm256_add_ps(cost,
-                         _mm256_div_ps(_mm256_mul_ps(weight, _mm256_and_ps(fx, absMask)), height));
+    const __m256 cost = costs8(
+        lanes, _mm256_permutevar8x32_ps(pixelX, pixel), _mm256_permutevar8x32_ps(pixelY, pixel),
+        _mm256_permutevar8x32_ps(pixelGradientX, pixel),
+        _mm256_permutevar8x32_ps(pixelGradientY, pixel),
+        _mm256_permutevar8x32_ps(pixelPriorX, pixel), _mm256_permutevar8x32_ps(pixelPriorY, pixel),
+        _mm256_load_ps(batch.fx + k), _mm256_load_ps(batch.fy + k));
     _mm256_store_ps(batch.cost + k, cost);
+  }
+}
+
+// Four values in both halves.
+VELMORA_AVX2 inline __m256 twice(const float* values) {
+  const __m128 four = _mm_loadu_ps(values);
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(four), four, 1);
+}
+
+VELMORA_AVX2 inline __m256 halves(__m128 low, __m128 high) {
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(low), high, 1);
+}
+
+// The flows at offset `offset` (in floats) from the four pixels' own, as x and y components.
+VELMORA_AVX2 inline void flowsAt(float* const* flow, std::ptrdiff_t offset, __m128& fx,
+                                 __m128& fy) {
+  const __m128 first = pairsAt(flow[0] + offset, flow[1] + offset);
+  const __m128 second = pairsAt(flow[2] + offset, flow[3] + offset);
+  fx = _mm_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0));
+  fy = _mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+// The four pixels in lanes 0 to 3 and again in lanes 4 to 7; the costs of two candidates per
+// vector, the first in the low half.
+VELMORA_AVX2 void refineBlockAvx2(const LevelCostContext& level, const PixelBlock& block,
+                                  const std::ptrdiff_t* candidateOffsets, int candidates,
+                                  float gradientDelta) {
+  const LevelLanes8 lanes = levelLanes8(level);
+  const __m256 pixelX = twice(block.x), pixelY = twice(block.y);
+  const __m256 gradient0x = twice(block.gradient0x), gradient0y = twice(block.gradient0y);
+  const __m256 priorX = twice(block.priorX), priorY = twice(block.priorY);
+  // Own flow, then the candidates in visiting order; strictly lower cost wins.
+  __m128 bestX, bestY;
+  flowsAt(block.flow, 0, bestX, bestY);
+  __m128 best = _mm_setzero_ps();
+  for (int k = 0; k <= candidates; k += 2) {
+    __m128 firstX, firstY, secondX = bestX, secondY = bestY;
+    if (k == 0) {
+      firstX = bestX;
+      firstY = bestY;
+    } else {
+      flowsAt(block.flow, candidateOffsets[k - 1], firstX, firstY);
+    }
+    if (k < candidates) flowsAt(block.flow, candidateOffsets[k], secondX, secondY);
+    const __m256 cost = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
+                               halves(firstX, secondX), halves(firstY, secondY));
+    const __m128 firstCost = _mm256_castps256_ps128(cost);
+    const __m128 secondCost = _mm256_extractf128_ps(cost, 1);
+    if (k == 0) {
+      best = firstCost;
+    } else {
+      const __m128 lower = _mm_cmplt_ps(firstCost, best);
+      best = _mm_blendv_ps(best, firstCost, lower);
+      bestX = _mm_blendv_ps(bestX, firstX, lower);
+      bestY = _mm_blendv_ps(bestY, firstY, lower);
+    }
+    if (k < candidates) {
+      const __m128 lower = _mm_cmplt_ps(secondCost, best);
+      best = _mm_blendv_ps(best, secondCost, lower);
+      bestX = _mm_blendv_ps(bestX, secondX, lower);
+      bestY = _mm_blendv_ps(bestY, secondY, lower);
+    }
+  }
+  // The gradient step: the x step's costs in the low half, the y step's in the high half.
+  const __m128 zero = _mm_setzero_ps();
+  const __m128 delta = _mm_set1_ps(gradientDelta);
+  const __m256 step = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
+                             halves(_mm_add_ps(bestX, delta), _mm_add_ps(bestX, zero)),
+                             halves(_mm_add_ps(bestY, zero), _mm_add_ps(bestY, delta)));
+  const __m128 half = _mm_set1_ps(0.5f);
+  const __m128 stepX = _mm256_castps256_ps128(step);
+  const __m128 stepY = _mm256_extractf128_ps(step, 1);
+  alignas(16) float newX[4], newY[4];
+  _mm_store_ps(newX,
+               _mm_sub_ps(bestX, _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepX, best)), delta)));
+  _mm_store_ps(newY,
+               _mm_sub_ps(bestY, _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepY, best)), delta)));
+  for (int i = 0; i < 4; ++i) {
+    if (block.visited & (1u << i)) {
+      block.flow[i][0] = newX[i];
+      block.flow[i][1] = newY[i];
+    }
   }
 }
 #endif
@@ -246,6 +350,27 @@ CostUnit fastestCostUnit() {
     return CostUnit::kPlain;
   }();
   return fastest;
+}
+
+bool refinesBlocks(CostUnit unit) {
+#if defined(VELMORA_COST_AVX2)
+  return unit == CostUnit::kAvx2 && costUnitAvailable(unit);
+#else
+  (void)unit;
+  return false;
+#endif
+}
+
+void refineBlock(CostUnit unit, const LevelCostContext& level, const PixelBlock& block,
+                 const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta) {
+  if (!refinesBlocks(unit) || candidates < 0 || candidates > PixelBlock::kMaxCandidates) {
+    throw std::invalid_argument("refineBlock: no block unit, or a candidate count out of range");
+  }
+#if defined(VELMORA_COST_AVX2)
+  refineBlockAvx2(level, block, candidateOffsets, candidates, gradientDelta);
+#else
+  (void)level, (void)block, (void)candidateOffsets, (void)gradientDelta;
+#endif
 }
 
 void evaluateCosts(CostUnit unit, const LevelCostContext& level, CostBatch& batch, int count) {

@@ -102,4 +102,28 @@ CostUnit fastestCostUnit();
 // the level before it is read, so any flow value reads inside the gradients.
 void evaluateCosts(CostUnit unit, const LevelCostContext& level, CostBatch& batch, int count);
 
+// Four pixels that read none of each other's flows, refined together: the terms of each, its flow
+// (x, y) and whether it is visited (bit i for pixel i).
+struct PixelBlock {
+  static constexpr int kMaxCandidates = 8;
+
+  float x[4], y[4];
+  float gradient0x[4], gradient0y[4];
+  float priorX[4], priorY[4];
+  float* flow[4];
+  unsigned visited;
+};
+
+// Whether `unit` refines whole blocks (refineBlock): the AVX2 unit, where it is available.
+bool refinesBlocks(CostUnit unit);
+
+// Refines every visited pixel of `block` as a sweep refines a pixel, all four at once and each as
+// if alone: of its own flow and the flows `candidateOffsets[0 .. candidates - 1]` floats from it
+// (in visiting order, all inside the level) the one of strictly lowest cost, the first of equals;
+// then one gradient step per component, f - 0.5 (E(f + delta) - E(f)) / delta with the step's
+// other component f + 0. Unvisited pixels are costed but not written. Throws std::invalid_argument
+// for a unit without blocks or more than kMaxCandidates candidates.
+void refineBlock(CostUnit unit, const LevelCostContext& level, const PixelBlock& block,
+                 const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta);
+
 }  // namespace velmora

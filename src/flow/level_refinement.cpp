@@ -64,6 +64,13 @@ class Sweep {
     width_ = flow.cols;
     height_ = flow.rows;
     flowStride_ = static_cast<std::ptrdiff_t>(flow.step1() / 2);
+    blocks_ = kWide && refinesBlocks(unit);
+    int k = 0;
+    for (int d = kStep; d < kLimit; d += kStep) {
+      const std::ptrdiff_t sign = kForward ? -1 : 1;
+      candidateOffsets_[k++] = 2 * sign * d;
+      candidateOffsets_[k++] = 2 * sign * d * flowStride_;
+    }
   }
 
   void run() {
@@ -190,6 +197,15 @@ class Sweep {
         rows[k] = rowAt(kForward ? row + k : height_ - 1 - row - k);
       }
       for (int column = 0; column < width_; column += 2) {
+        if (blocks_ && rowCount == 2 && column + 1 < width_) {
+          const int x0 = kForward ? column : width_ - 1 - column;
+          const int x1 = kForward ? column + 1 : width_ - 2 - column;
+          if (hasEveryCandidate(rows[0], x0) && hasEveryCandidate(rows[0], x1) &&
+              hasEveryCandidate(rows[1], x0) && hasEveryCandidate(rows[1], x1)) {
+            refineBlockOf(rows, x0, x1);
+            continue;
+          }
+        }
         Pixel batch[kMaxBatch];
         int count = 0;
         for (int k = 0; k < rowCount; ++k) {
@@ -203,9 +219,44 @@ class Sweep {
     }
   }
 
+  // Whether every candidate of the pixel lies inside the level.
+  bool hasEveryCandidate(const Row& r, int x) const {
+    constexpr int kFarthest = kLimit - kStep;
+    return kForward ? x > kFarthest && r.y > kFarthest
+                    : x < width_ - kFarthest && r.y < height_ - kFarthest;
+  }
+
+  // The two columns x0 and x1 of both rows as one block, where all their candidates are inside.
+  void refineBlockOf(const Row* rows, int x0, int x1) {
+    PixelBlock block;
+    block.visited = 0;
+    int i = 0;
+    for (int k = 0; k < 2; ++k) {
+      for (int x : {x0, x1}) {
+        const PixelTerms terms = termsOf(rows[k], x);
+        block.x[i] = terms.x;
+        block.y[i] = terms.y;
+        block.gradient0x[i] = terms.gradient0x;
+        block.gradient0y[i] = terms.gradient0y;
+        block.priorX[i] = terms.priorX;
+        block.priorY[i] = terms.priorY;
+        block.flow[i] = &rows[k].flow[x][0];
+        if (visited(rows[k], x)) block.visited |= 1u << i;
+        ++i;
+      }
+    }
+    if (block.visited != 0) {
+      refineBlock(unit_, level_, block, candidateOffsets_, kMaxCandidates, kGradientDelta);
+    }
+  }
+
   const SweepInputs& in_;
   cv::Mat& flow_;
   CostUnit unit_;
+  // Wide sweeps whose unit refines blocks: the candidates' offsets from a pixel's flow in floats,
+  // in visiting order (for each d the row's then the column's).
+  bool blocks_ = false;
+  std::ptrdiff_t candidateOffsets_[kMaxCandidates] = {};
   cv::Mat gradient1x_, gradient1y_;
   LevelCostContext level_{};
   int width_ = 0, height_ = 0;

@@ -169,6 +169,30 @@ TEST(PropagationSweeps, EqualCostsDoNotReplace) {
   }
 }
 
+// Inside the level (where every candidate exists and four pixels are refined at once) as well:
+// of candidates that cost the same, the first visited wins, (x -+ 2, y) before (x, y -+ 2) and
+// before the farther ones.
+TEST(PropagationSweeps, AmongEqualCandidatesTheFirstVisitedWins) {
+  SweepInputs level;
+  level.gradient0x = level.gradient0y = level.gradient1x = level.gradient1y =
+      cv::Mat::zeros(24, 24, CV_32F);
+  level.alpha0 = level.alpha1 = cv::Mat::zeros(24, 24, CV_32F);
+  for (int y = 11; y <= 12; ++y) {
+    for (int x = 11; x <= 13; ++x) level.alpha0.at<float>(y, x) = 1.0f;
+  }
+  level.prior = cv::Mat::zeros(24, 24, CV_32FC2);
+  for (bool forward : {true, false}) {
+    // (12, 12) costs the most; every candidate of the visited pixels costs the same, and only
+    // the row's nearest one points up.
+    cv::Mat flow(24, 24, CV_32FC2, cv::Scalar(3.0f, -1.0f));
+    flow.at<cv::Vec2f>(12, 12) = cv::Vec2f(9.0f, 9.0f);
+    flow.at<cv::Vec2f>(12, forward ? 10 : 14) = cv::Vec2f(3.0f, 1.0f);
+    forward ? forwardSweep(level, flow, true) : backwardSweep(level, flow, true);
+    EXPECT_GT(flow.at<cv::Vec2f>(12, 12)[1], 0.5f) << "forward " << forward;
+    EXPECT_LT(flow.at<cv::Vec2f>(12, 12)[0], 4.0f) << "forward " << forward;
+  }
+}
+
 TEST(PriorBlend, InvalidPixelsTakeTheBlurredFieldValidOnesKeepTheirs) {
   cv::Mat flow(40, 40, CV_32FC2, cv::Scalar(1.0f, -1.0f)), blurred;
   const cv::Rect hole(15, 15, 10, 10);
