@@ -256,65 +256,86 @@ VELMORA_AVX2 inline void flowsAt(float* const* flow, std::ptrdiff_t offset, __m1
   fy = _mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1));
 }
 
-// The four pixels in lanes 0 to 3 and again in lanes 4 to 7; the costs of two candidates per
-// vector, the first in the low half.
-VELMORA_AVX2 void refineBlockAvx2(const LevelCostContext& level, const PixelBlock& block,
-                                  const std::ptrdiff_t* candidateOffsets, int candidates,
-                                  float gradientDelta) {
+// Each block's four pixels in lanes 0 to 3 and again in lanes 4 to 7; the costs of two
+// candidates per vector, the first in the low half. The blocks are independent: their steps are
+// interleaved so that one block's arithmetic fills the other's waits.
+template <int kBlocks>
+VELMORA_AVX2 void refineBlocksAvx2(const LevelCostContext& level, const PixelBlock* blocks,
+                                   const std::ptrdiff_t* candidateOffsets, int candidates,
+                                   float gradientDelta) {
   const LevelLanes8 lanes = levelLanes8(level);
-  const __m256 pixelX = twice(block.x), pixelY = twice(block.y);
-  const __m256 gradient0x = twice(block.gradient0x), gradient0y = twice(block.gradient0y);
-  const __m256 priorX = twice(block.priorX), priorY = twice(block.priorY);
+  __m256 pixelX[kBlocks], pixelY[kBlocks], gradient0x[kBlocks], gradient0y[kBlocks];
+  __m256 priorX[kBlocks], priorY[kBlocks];
+  __m128 best[kBlocks], bestX[kBlocks], bestY[kBlocks];
+  for (int b = 0; b < kBlocks; ++b) {
+    pixelX[b] = twice(blocks[b].x);
+    pixelY[b] = twice(blocks[b].y);
+    gradient0x[b] = twice(blocks[b].gradient0x);
+    gradient0y[b] = twice(blocks[b].gradient0y);
+    priorX[b] = twice(blocks[b].priorX);
+    priorY[b] = twice(blocks[b].priorY);
+    flowsAt(blocks[b].flow, 0, bestX[b], bestY[b]);
+    best[b] = _mm_setzero_ps();
+  }
   // Own flow, then the candidates in visiting order; strictly lower cost wins.
-  __m128 bestX, bestY;
-  flowsAt(block.flow, 0, bestX, bestY);
-  __m128 best = _mm_setzero_ps();
   for (int k = 0; k <= candidates; k += 2) {
-    __m128 firstX, firstY, secondX = bestX, secondY = bestY;
-    if (k == 0) {
-      firstX = bestX;
-      firstY = bestY;
-    } else {
-      flowsAt(block.flow, candidateOffsets[k - 1], firstX, firstY);
+    __m128 firstX[kBlocks], firstY[kBlocks], secondX[kBlocks], secondY[kBlocks];
+    __m256 cost[kBlocks];
+    for (int b = 0; b < kBlocks; ++b) {
+      secondX[b] = bestX[b];
+      secondY[b] = bestY[b];
+      if (k == 0) {
+        firstX[b] = bestX[b];
+        firstY[b] = bestY[b];
+      } else {
+        flowsAt(blocks[b].flow, candidateOffsets[k - 1], firstX[b], firstY[b]);
+      }
+      if (k < candidates) flowsAt(blocks[b].flow, candidateOffsets[k], secondX[b], secondY[b]);
+      cost[b] = costs8(lanes, pixelX[b], pixelY[b], gradient0x[b], gradient0y[b], priorX[b],
+                       priorY[b], halves(firstX[b], secondX[b]), halves(firstY[b], secondY[b]));
     }
-    if (k < candidates) flowsAt(block.flow, candidateOffsets[k], secondX, secondY);
-    const __m256 cost = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
-                               halves(firstX, secondX), halves(firstY, secondY));
-    const __m128 firstCost = _mm256_castps256_ps128(cost);
-    const __m128 secondCost = _mm256_extractf128_ps(cost, 1);
-    if (k == 0) {
-      best = firstCost;
-    } else {
-      const __m128 lower = _mm_cmplt_ps(firstCost, best);
-      best = _mm_blendv_ps(best, firstCost, lower);
-      bestX = _mm_blendv_ps(bestX, firstX, lower);
-      bestY = _mm_blendv_ps(bestY, firstY, lower);
-    }
-    if (k < candidates) {
-      const __m128 lower = _mm_cmplt_ps(secondCost, best);
-      best = _mm_blendv_ps(best, secondCost, lower);
-      bestX = _mm_blendv_ps(bestX, secondX, lower);
-      bestY = _mm_blendv_ps(bestY, secondY, lower);
+    for (int b = 0; b < kBlocks; ++b) {
+      const __m128 firstCost = _mm256_castps256_ps128(cost[b]);
+      const __m128 secondCost = _mm256_extractf128_ps(cost[b], 1);
+      if (k == 0) {
+        best[b] = firstCost;
+      } else {
+        const __m128 lower = _mm_cmplt_ps(firstCost, best[b]);
+        best[b] = _mm_blendv_ps(best[b], firstCost, lower);
+        bestX[b] = _mm_blendv_ps(bestX[b], firstX[b], lower);
+        bestY[b] = _mm_blendv_ps(bestY[b], firstY[b], lower);
+      }
+      if (k < candidates) {
+        const __m128 lower = _mm_cmplt_ps(secondCost, best[b]);
+        best[b] = _mm_blendv_ps(best[b], secondCost, lower);
+        bestX[b] = _mm_blendv_ps(bestX[b], secondX[b], lower);
+        bestY[b] = _mm_blendv_ps(bestY[b], secondY[b], lower);
+      }
     }
   }
   // The gradient step: the x step's costs in the low half, the y step's in the high half.
   const __m128 zero = _mm_setzero_ps();
   const __m128 delta = _mm_set1_ps(gradientDelta);
-  const __m256 step = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
-                             halves(_mm_add_ps(bestX, delta), _mm_add_ps(bestX, zero)),
-                             halves(_mm_add_ps(bestY, zero), _mm_add_ps(bestY, delta)));
   const __m128 half = _mm_set1_ps(0.5f);
-  const __m128 stepX = _mm256_castps256_ps128(step);
-  const __m128 stepY = _mm256_extractf128_ps(step, 1);
-  alignas(16) float newX[4], newY[4];
-  _mm_store_ps(newX,
-               _mm_sub_ps(bestX, _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepX, best)), delta)));
-  _mm_store_ps(newY,
-               _mm_sub_ps(bestY, _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepY, best)), delta)));
-  for (int i = 0; i < 4; ++i) {
-    if (block.visited & (1u << i)) {
-      block.flow[i][0] = newX[i];
-      block.flow[i][1] = newY[i];
+  __m256 step[kBlocks];
+  for (int b = 0; b < kBlocks; ++b) {
+    step[b] = costs8(lanes, pixelX[b], pixelY[b], gradient0x[b], gradient0y[b], priorX[b],
+                     priorY[b], halves(_mm_add_ps(bestX[b], delta), _mm_add_ps(bestX[b], zero)),
+                     halves(_mm_add_ps(bestY[b], zero), _mm_add_ps(bestY[b], delta)));
+  }
+  for (int b = 0; b < kBlocks; ++b) {
+    const __m128 stepX = _mm256_castps256_ps128(step[b]);
+    const __m128 stepY = _mm256_extractf128_ps(step[b], 1);
+    alignas(16) float newX[4], newY[4];
+    _mm_store_ps(newX, _mm_sub_ps(bestX[b],
+                                  _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepX, best[b])), delta)));
+    _mm_store_ps(newY, _mm_sub_ps(bestY[b],
+                                  _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepY, best[b])), delta)));
+    for (int i = 0; i < 4; ++i) {
+      if (blocks[b].visited & (1u << i)) {
+        blocks[b].flow[i][0] = newX[i];
+        blocks[b].flow[i][1] = newY[i];
+      }
     }
   }
 }
@@ -361,15 +382,20 @@ bool refinesBlocks(CostUnit unit) {
 #endif
 }
 
-void refineBlock(CostUnit unit, const LevelCostContext& level, const PixelBlock& block,
-                 const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta) {
-  if (!refinesBlocks(unit) || candidates < 0 || candidates > PixelBlock::kMaxCandidates) {
-    throw std::invalid_argument("refineBlock: no block unit, or a candidate count out of range");
+void refineBlocks(CostUnit unit, const LevelCostContext& level, const PixelBlock* blocks, int count,
+                  const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta) {
+  if (!refinesBlocks(unit) || count < 1 || count > 2 || candidates < 0 ||
+      candidates > PixelBlock::kMaxCandidates) {
+    throw std::invalid_argument("refineBlocks: no block unit, or a count out of range");
   }
 #if defined(VELMORA_COST_AVX2)
-  refineBlockAvx2(level, block, candidateOffsets, candidates, gradientDelta);
+  if (count == 2) {
+    refineBlocksAvx2<2>(level, blocks, candidateOffsets, candidates, gradientDelta);
+  } else {
+    refineBlocksAvx2<1>(level, blocks, candidateOffsets, candidates, gradientDelta);
+  }
 #else
-  (void)level, (void)block, (void)candidateOffsets, (void)gradientDelta;
+  (void)level, (void)blocks, (void)candidateOffsets, (void)gradientDelta;
 #endif
 }
 

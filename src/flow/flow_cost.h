@@ -114,16 +114,17 @@ struct PixelBlock {
   unsigned visited;
 };
 
-// Whether `unit` refines whole blocks (refineBlock): the AVX2 unit, where it is available.
+// Whether `unit` refines whole blocks (refineBlocks): the AVX2 unit, where it is available.
 bool refinesBlocks(CostUnit unit);
 
-// Refines every visited pixel of `block` as a sweep refines a pixel, all four at once and each as
-// if alone: of its own flow and the flows `candidateOffsets[0 .. candidates - 1]` floats from it
-// (in visiting order, all inside the level) the one of strictly lowest cost, the first of equals;
-// then one gradient step per component, f - 0.5 (E(f + delta) - E(f)) / delta with the step's
-// other component f + 0. Unvisited pixels are costed but not written. Throws std::invalid_argument
-// for a unit without blocks or more than kMaxCandidates candidates.
-void refineBlock(CostUnit unit, const LevelCostContext& level, const PixelBlock& block,
-                 const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta);
+// Refines every visited pixel of `count` blocks (1 or 2, none reading another's flows) as a sweep
+// refines a pixel, all at once and each as if alone: of its own flow and the flows
+// `candidateOffsets[0 .. candidates - 1]` floats from it (in visiting order, all inside the level)
+// the one of strictly lowest cost, the first of equals; then one gradient step per component,
+// f - 0.5 (E(f + delta) - E(f)) / delta with the step's other component f + 0. Unvisited pixels
+// are costed but not written. Throws std::invalid_argument for a unit without blocks, a count
+// other than 1 or 2 or more than kMaxCandidates candidates.
+void refineBlocks(CostUnit unit, const LevelCostContext& level, const PixelBlock* blocks, int count,
+                  const std::ptrdiff_t* candidateOffsets, int candidates, float gradientDelta);
 
 }  // namespace velmora

@@ -190,33 +190,76 @@ class Sweep {
   // other's flow, and every flow they read was final before the block: a block is refined
   // together, blocks in visiting order. The results are those of the pixel by pixel order.
   void runInBlocks() {
-    for (int row = 0; row < height_; row += 2) {
+    int row = 0;
+    if (blocks_) {
+      for (; row + 4 <= height_; row += 4) runRowQuad(row);
+    }
+    for (; row < height_; row += 2) {
       Row rows[2];
       const int rowCount = std::min(2, height_ - row);
-      for (int k = 0; k < rowCount; ++k) {
-        rows[k] = rowAt(kForward ? row + k : height_ - 1 - row - k);
+      for (int k = 0; k < rowCount; ++k) rows[k] = rowAt(visitedRow(row + k));
+      for (int column = 0; column < width_; column += 2) refineBlockAt(rows, rowCount, column);
+    }
+  }
+
+  // Rows row to row + 3 (in visiting order) as two pairs, the second two blocks behind the first:
+  // each block of the second pair then reads only flows that are final (the first pair's rows up
+  // to its own columns), and the two blocks of a step, which read none of each other's flows,
+  // are refined together where both are inner blocks. The results are those of the pair by pair
+  // order.
+  void runRowQuad(int row) {
+    Row leading[2], trailing[2];
+    for (int k = 0; k < 2; ++k) {
+      leading[k] = rowAt(visitedRow(row + k));
+      trailing[k] = rowAt(visitedRow(row + 2 + k));
+    }
+    for (int column = 0; column < width_ + 2; column += 2) {
+      const int trailingColumn = column - 2;
+      PixelBlock pair[2];
+      if (column < width_ && trailingColumn >= 0 && innerBlock(leading, column, pair[0]) &&
+          innerBlock(trailing, trailingColumn, pair[1])) {
+        const int count = fillBlocks(pair);
+        if (count > 0) {
+          refineBlocks(unit_, level_, pair, count, candidateOffsets_, kMaxCandidates,
+                       kGradientDelta);
+        }
+        continue;
       }
-      for (int column = 0; column < width_; column += 2) {
-        if (blocks_ && rowCount == 2 && column + 1 < width_) {
-          const int x0 = kForward ? column : width_ - 1 - column;
-          const int x1 = kForward ? column + 1 : width_ - 2 - column;
-          if (hasEveryCandidate(rows[0], x0) && hasEveryCandidate(rows[0], x1) &&
-              hasEveryCandidate(rows[1], x0) && hasEveryCandidate(rows[1], x1)) {
-            refineBlockOf(rows, x0, x1);
-            continue;
-          }
-        }
-        Pixel batch[kMaxBatch];
-        int count = 0;
-        for (int k = 0; k < rowCount; ++k) {
-          for (int c = column; c < std::min(column + 2, width_); ++c) {
-            const int x = kForward ? c : width_ - 1 - c;
-            if (visited(rows[k], x)) batch[count++] = Pixel{&rows[k], x};
-          }
-        }
-        if (count > 0) refinePixels(batch, count);
+      if (column < width_) refineBlockAt(leading, 2, column);
+      if (trailingColumn >= 0) refineBlockAt(trailing, 2, trailingColumn);
+    }
+  }
+
+  // The blocks of `pair` that have visited pixels, moved to its front; how many.
+  static int fillBlocks(PixelBlock* pair) {
+    int count = 0;
+    for (int b = 0; b < 2; ++b) {
+      if (pair[b].visited != 0) pair[count++] = pair[b];
+    }
+    return count;
+  }
+
+  int visitedRow(int index) const { return kForward ? index : height_ - 1 - index; }
+
+  // The block of `rowCount` rows at visiting column `column` (and the next one, where there is
+  // one): in one pass where it is an inner block of the block unit, else pixel batch by batch.
+  void refineBlockAt(const Row* rows, int rowCount, int column) {
+    PixelBlock block;
+    if (rowCount == 2 && innerBlock(rows, column, block)) {
+      if (block.visited != 0) {
+        refineBlocks(unit_, level_, &block, 1, candidateOffsets_, kMaxCandidates, kGradientDelta);
+      }
+      return;
+    }
+    Pixel batch[kMaxBatch];
+    int count = 0;
+    for (int k = 0; k < rowCount; ++k) {
+      for (int c = column; c < std::min(column + 2, width_); ++c) {
+        const int x = kForward ? c : width_ - 1 - c;
+        if (visited(rows[k], x)) batch[count++] = Pixel{&rows[k], x};
       }
     }
+    if (count > 0) refinePixels(batch, count);
   }
 
   // Whether every candidate of the pixel lies inside the level.
@@ -226,13 +269,22 @@ class Sweep {
                     : x < width_ - kFarthest && r.y < height_ - kFarthest;
   }
 
-  // The two columns x0 and x1 of both rows as one block, where all their candidates are inside.
-  void refineBlockOf(const Row* rows, int x0, int x1) {
-    PixelBlock block;
+  // Whether the two rows' visiting columns `column` and `column + 1` form an inner block (the
+  // block unit refines it, every candidate of its four pixels is inside the level); if so,
+  // `block` holds it.
+  bool innerBlock(const Row* rows, int column, PixelBlock& block) const {
+    if (!blocks_ || column + 1 >= width_) return false;
+    const int columns[2] = {kForward ? column : width_ - 1 - column,
+                            kForward ? column + 1 : width_ - 2 - column};
+    for (int k = 0; k < 2; ++k) {
+      for (int x : columns) {
+        if (!hasEveryCandidate(rows[k], x)) return false;
+      }
+    }
     block.visited = 0;
     int i = 0;
     for (int k = 0; k < 2; ++k) {
-      for (int x : {x0, x1}) {
+      for (int x : columns) {
         const PixelTerms terms = termsOf(rows[k], x);
         block.x[i] = terms.x;
         block.y[i] = terms.y;
@@ -245,9 +297,7 @@ class Sweep {
         ++i;
       }
     }
-    if (block.visited != 0) {
-      refineBlock(unit_, level_, block, candidateOffsets_, kMaxCandidates, kGradientDelta);
-    }
+    return true;
   }
 
   const SweepInputs& in_;

@@ -129,15 +129,19 @@ void referenceSweep(const SweepInputs& in, cv::Mat& flow, bool forward, bool wid
 
 TEST(SweepReference, BothSweepsEqualThePlainLoopNarrowAndWide) {
   cv::RNG rng(31);
-  for (const cv::Size size : {cv::Size(37, 23), cv::Size(2, 9), cv::Size(64, 3)}) {
-    // Alphas valid at about two pixels in three, so runs of valid pixels of every length occur,
-    // and a flow reaching past the borders.
+  // Alphas valid at about one pixel in six, so runs of valid pixels of every length occur, and
+  // valid everywhere (37 x 30), where every flow a pixel reads has been refined before it; and a
+  // flow reaching past the borders.
+  for (const cv::Size size :
+       {cv::Size(37, 23), cv::Size(2, 9), cv::Size(64, 3), cv::Size(37, 30)}) {
+    const bool everywhere = size.height == 30;
     SweepInputs in;
     for (cv::Mat* m : {&in.gradient0x, &in.gradient0y, &in.gradient1x, &in.gradient1y, &in.alpha0,
                        &in.alpha1, &in.prior}) {
       const bool alpha = m == &in.alpha0 || m == &in.alpha1, prior = m == &in.prior;
       m->create(size, prior ? CV_32FC2 : CV_32F);
       rng.fill(*m, cv::RNG::UNIFORM, alpha ? 0.75f : prior ? -2.0f : -1.0f, prior ? 2.0f : 1.0f);
+      if (alpha && everywhere) m->setTo(1.0f);
     }
     cv::Mat start(size, CV_32FC2);
     rng.fill(start, cv::RNG::UNIFORM, -6.0f, 6.0f);
