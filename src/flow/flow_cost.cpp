@@ -145,8 +145,8 @@ VELMORA_AVX2 inline __m256 pairsAt(const float* p, const float* q, const float* 
 
 // sample4 on eight cells: lanes 0, 1, 4 and 5 come from one vector of pairs, lanes 2, 3, 6 and 7
 // from the other, so that the in-lane shuffles put every lane in its place.
-VELMORA_AVX2 inline __m256 sample8(const float* image, std::size_t stride, const std::size_t* at,
-                                   __m256 u, __m256 v) {
+VELMORA_AVX2 inline __m256 sample8(const float* image, std::size_t stride, const int* at, __m256 u,
+                                   __m256 v) {
   const float* b = image + stride;
   const __m256 topA = pairsAt(image + at[0], image + at[1], image + at[4], image + at[5]);
   const __m256 topB = pairsAt(image + at[2], image + at[3], image + at[6], image + at[7]);
@@ -161,6 +161,7 @@ VELMORA_AVX2 inline __m256 sample8(const float* image, std::size_t stride, const
 // What every lane's cost reads that is fixed for one level, in registers.
 struct LevelLanes8 {
   __m256 maxX, maxY, width, height;
+  __m256i rowStride;
   const float* gradient1x;
   const float* gradient1y;
   std::size_t stride;
@@ -171,6 +172,7 @@ VELMORA_AVX2 inline LevelLanes8 levelLanes8(const LevelCostContext& level) {
           _mm256_set1_ps(level.maxY),
           _mm256_set1_ps(level.width),
           _mm256_set1_ps(level.height),
+          _mm256_set1_epi32(static_cast<int>(level.stride)),
           level.gradient1x,
           level.gradient1y,
           level.stride};
@@ -191,14 +193,10 @@ VELMORA_AVX2 inline __m256 costs8(const LevelLanes8& level, __m256 pixelX, __m25
   const __m256i row = _mm256_cvttps_epi32(py);
   const __m256 u = _mm256_sub_ps(px, _mm256_cvtepi32_ps(column));
   const __m256 v = _mm256_sub_ps(py, _mm256_cvtepi32_ps(row));
-  alignas(32) int columns[8];
-  alignas(32) int rows[8];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(columns), column);
-  _mm256_store_si256(reinterpret_cast<__m256i*>(rows), row);
-  std::size_t at[8];
-  for (int lane = 0; lane < 8; ++lane) {
-    at[lane] = static_cast<std::size_t>(rows[lane]) * level.stride + columns[lane];
-  }
+  // The cells' offsets in 32 bits: a level holds fewer than 2^31 values.
+  alignas(32) int at[8];
+  _mm256_store_si256(reinterpret_cast<__m256i*>(at),
+                     _mm256_add_epi32(_mm256_mullo_epi32(row, level.rowStride), column));
   const __m256 ex = _mm256_sub_ps(gradient0x, sample8(level.gradient1x, level.stride, at, u, v));
   const __m256 ey = _mm256_sub_ps(gradient0y, sample8(level.gradient1y, level.stride, at, u, v));
   const __m256 dx = _mm256_sub_ps(fx, priorX);

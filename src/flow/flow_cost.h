@@ -16,7 +16,7 @@ constexpr float kPriorWeight = 0.012f;
 constexpr float kDisplacementWeight = 0.02f;
 
 // Everything the cost reads that is fixed for one level: the second image's gradients through
-// raw pointers (one continuous layout for both) and the level's size.
+// raw pointers (one continuous layout for both, of fewer than 2^31 values) and the level's size.
 struct LevelCostContext {
   const float* gradient1x;
   const float* gradient1y;

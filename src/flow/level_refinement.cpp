@@ -31,6 +31,10 @@ void requireSweepInputs(const SweepInputs& in, const cv::Mat& flow) {
   if (size.width < 2 || size.height < 2) {
     throw Failure("Flow refinement: a level must be at least 2 x 2 pixels.");
   }
+  // The cost units address a level's values with 32-bit offsets.
+  if (static_cast<double>(size.width) * size.height > 2147483647.0) {
+    throw Failure("Flow refinement: a level must hold fewer than 2^31 pixels.");
+  }
 }
 
 LevelCostContext costContextOf(const SweepInputs& in, cv::Mat& gradient1xStorage,
