@@ -235,12 +235,6 @@ VELMORA_AVX2 void evaluateAvx2(const LevelCostContext& level, CostBatch& batch, 
   }
 }
 
-// Four values in both halves.
-VELMORA_AVX2 inline __m256 twice(const float* values) {
-  const __m128 four = _mm_loadu_ps(values);
-  return _mm256_insertf128_ps(_mm256_castps128_ps256(four), four, 1);
-}
-
 VELMORA_AVX2 inline __m256 halves(__m128 low, __m128 high) {
   return _mm256_insertf128_ps(_mm256_castps128_ps256(low), high, 1);
 }
@@ -254,85 +248,69 @@ VELMORA_AVX2 inline void flowsAt(float* const* flow, std::ptrdiff_t offset, __m1
   fy = _mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1));
 }
 
-// Each block's four pixels in lanes 0 to 3 and again in lanes 4 to 7; the costs of two
-// candidates per vector, the first in the low half. The blocks are independent: their steps are
-// interleaved so that one block's arithmetic fills the other's waits.
-template <int kBlocks>
-VELMORA_AVX2 void refineBlocksAvx2(const LevelCostContext& level, const PixelBlock* blocks,
-                                   const std::ptrdiff_t* candidateOffsets, int candidates,
-                                   float gradientDelta) {
+// Four values of the first block's in lanes 0 to 3 and four of the second's in lanes 4 to 7.
+VELMORA_AVX2 inline __m256 fourAndFour(const float* first, const float* second) {
+  return halves(_mm_loadu_ps(first), _mm_loadu_ps(second));
+}
+
+// The flows at offset `offset` (in floats) from the pixels' own: the first block's four in lanes
+// 0 to 3, the second's in lanes 4 to 7.
+VELMORA_AVX2 inline void flowsAt8(const PixelBlock& first, const PixelBlock& second,
+                                  std::ptrdiff_t offset, __m256& fx, __m256& fy) {
+  __m128 firstX, firstY, secondX, secondY;
+  flowsAt(first.flow, offset, firstX, firstY);
+  flowsAt(second.flow, offset, secondX, secondY);
+  fx = halves(firstX, secondX);
+  fy = halves(firstY, secondY);
+}
+
+// One block's pixels in lanes 0 to 3, the other's (or the same block's again) in lanes 4 to 7: one
+// vector costs one candidate of all eight pixels, and the candidates' vectors, which depend on
+// nothing but the flows, overlap.
+VELMORA_AVX2 void refineBlocksAvx2(const LevelCostContext& level, const PixelBlock& first,
+                                   const PixelBlock& second, const std::ptrdiff_t* candidateOffsets,
+                                   int candidates, float gradientDelta) {
   const LevelLanes8 lanes = levelLanes8(level);
-  __m256 pixelX[kBlocks], pixelY[kBlocks], gradient0x[kBlocks], gradient0y[kBlocks];
-  __m256 priorX[kBlocks], priorY[kBlocks];
-  __m128 best[kBlocks], bestX[kBlocks], bestY[kBlocks];
-  for (int b = 0; b < kBlocks; ++b) {
-    pixelX[b] = twice(blocks[b].x);
-    pixelY[b] = twice(blocks[b].y);
-    gradient0x[b] = twice(blocks[b].gradient0x);
-    gradient0y[b] = twice(blocks[b].gradient0y);
-    priorX[b] = twice(blocks[b].priorX);
-    priorY[b] = twice(blocks[b].priorY);
-    flowsAt(blocks[b].flow, 0, bestX[b], bestY[b]);
-    best[b] = _mm_setzero_ps();
-  }
+  const __m256 pixelX = fourAndFour(first.x, second.x), pixelY = fourAndFour(first.y, second.y);
+  const __m256 gradient0x = fourAndFour(first.gradient0x, second.gradient0x);
+  const __m256 gradient0y = fourAndFour(first.gradient0y, second.gradient0y);
+  const __m256 priorX = fourAndFour(first.priorX, second.priorX);
+  const __m256 priorY = fourAndFour(first.priorY, second.priorY);
   // Own flow, then the candidates in visiting order; strictly lower cost wins.
-  for (int k = 0; k <= candidates; k += 2) {
-    __m128 firstX[kBlocks], firstY[kBlocks], secondX[kBlocks], secondY[kBlocks];
-    __m256 cost[kBlocks];
-    for (int b = 0; b < kBlocks; ++b) {
-      secondX[b] = bestX[b];
-      secondY[b] = bestY[b];
-      if (k == 0) {
-        firstX[b] = bestX[b];
-        firstY[b] = bestY[b];
-      } else {
-        flowsAt(blocks[b].flow, candidateOffsets[k - 1], firstX[b], firstY[b]);
-      }
-      if (k < candidates) flowsAt(blocks[b].flow, candidateOffsets[k], secondX[b], secondY[b]);
-      cost[b] = costs8(lanes, pixelX[b], pixelY[b], gradient0x[b], gradient0y[b], priorX[b],
-                       priorY[b], halves(firstX[b], secondX[b]), halves(firstY[b], secondY[b]));
-    }
-    for (int b = 0; b < kBlocks; ++b) {
-      const __m128 firstCost = _mm256_castps256_ps128(cost[b]);
-      const __m128 secondCost = _mm256_extractf128_ps(cost[b], 1);
-      if (k == 0) {
-        best[b] = firstCost;
-      } else {
-        const __m128 lower = _mm_cmplt_ps(firstCost, best[b]);
-        best[b] = _mm_blendv_ps(best[b], firstCost, lower);
-        bestX[b] = _mm_blendv_ps(bestX[b], firstX[b], lower);
-        bestY[b] = _mm_blendv_ps(bestY[b], firstY[b], lower);
-      }
-      if (k < candidates) {
-        const __m128 lower = _mm_cmplt_ps(secondCost, best[b]);
-        best[b] = _mm_blendv_ps(best[b], secondCost, lower);
-        bestX[b] = _mm_blendv_ps(bestX[b], secondX[b], lower);
-        bestY[b] = _mm_blendv_ps(bestY[b], secondY[b], lower);
-      }
-    }
+  __m256 bestX, bestY;
+  flowsAt8(first, second, 0, bestX, bestY);
+  __m256 best = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY, bestX, bestY);
+  for (int k = 0; k < candidates; ++k) {
+    __m256 fx, fy;
+    flowsAt8(first, second, candidateOffsets[k], fx, fy);
+    const __m256 cost =
+        costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY, fx, fy);
+    const __m256 lower = _mm256_cmp_ps(cost, best, _CMP_LT_OQ);
+    best = _mm256_blendv_ps(best, cost, lower);
+    bestX = _mm256_blendv_ps(bestX, fx, lower);
+    bestY = _mm256_blendv_ps(bestY, fy, lower);
   }
-  // The gradient step: the x step's costs in the low half, the y step's in the high half.
-  const __m128 zero = _mm_setzero_ps();
-  const __m128 delta = _mm_set1_ps(gradientDelta);
-  const __m128 half = _mm_set1_ps(0.5f);
-  __m256 step[kBlocks];
-  for (int b = 0; b < kBlocks; ++b) {
-    step[b] = costs8(lanes, pixelX[b], pixelY[b], gradient0x[b], gradient0y[b], priorX[b],
-                     priorY[b], halves(_mm_add_ps(bestX[b], delta), _mm_add_ps(bestX[b], zero)),
-                     halves(_mm_add_ps(bestY[b], zero), _mm_add_ps(bestY[b], delta)));
-  }
-  for (int b = 0; b < kBlocks; ++b) {
-    const __m128 stepX = _mm256_castps256_ps128(step[b]);
-    const __m128 stepY = _mm256_extractf128_ps(step[b], 1);
-    alignas(16) float newX[4], newY[4];
-    _mm_store_ps(newX, _mm_sub_ps(bestX[b],
-                                  _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepX, best[b])), delta)));
-    _mm_store_ps(newY, _mm_sub_ps(bestY[b],
-                                  _mm_div_ps(_mm_mul_ps(half, _mm_sub_ps(stepY, best[b])), delta)));
+  // The gradient step.
+  const __m256 zero = _mm256_setzero_ps();
+  const __m256 delta = _mm256_set1_ps(gradientDelta);
+  const __m256 half = _mm256_set1_ps(0.5f);
+  const __m256 stepX = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
+                              _mm256_add_ps(bestX, delta), _mm256_add_ps(bestY, zero));
+  const __m256 stepY = costs8(lanes, pixelX, pixelY, gradient0x, gradient0y, priorX, priorY,
+                              _mm256_add_ps(bestX, zero), _mm256_add_ps(bestY, delta));
+  alignas(32) float newX[8], newY[8];
+  _mm256_store_ps(
+      newX,
+      _mm256_sub_ps(bestX, _mm256_div_ps(_mm256_mul_ps(half, _mm256_sub_ps(stepX, best)), delta)));
+  _mm256_store_ps(
+      newY,
+      _mm256_sub_ps(bestY, _mm256_div_ps(_mm256_mul_ps(half, _mm256_sub_ps(stepY, best)), delta)));
+  const PixelBlock* blocks[2] = {&first, &second};
+  for (int b = 0; b < (&first == &second ? 1 : 2); ++b) {
     for (int i = 0; i < 4; ++i) {
-      if (blocks[b].visited & (1u << i)) {
-        blocks[b].flow[i][0] = newX[i];
-        blocks[b].flow[i][1] = newY[i];
+      if (blocks[b]->visited & (1u << i)) {
+        blocks[b]->flow[i][0] = newX[4 * b + i];
+        blocks[b]->flow[i][1] = newY[4 * b + i];
       }
     }
   }
@@ -387,11 +365,8 @@ void refineBlocks(CostUnit unit, const LevelCostContext& level, const PixelBlock
     throw std::invalid_argument("refineBlocks: no block unit, or a count out of range");
   }
 #if defined(VELMORA_COST_AVX2)
-  if (count == 2) {
-    refineBlocksAvx2<2>(level, blocks, candidateOffsets, candidates, gradientDelta);
-  } else {
-    refineBlocksAvx2<1>(level, blocks, candidateOffsets, candidates, gradientDelta);
-  }
+  refineBlocksAvx2(level, blocks[0], blocks[count - 1], candidateOffsets, candidates,
+                   gradientDelta);
 #else
   (void)level, (void)blocks, (void)candidateOffsets, (void)gradientDelta;
 #endif
