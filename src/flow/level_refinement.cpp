@@ -202,7 +202,12 @@ class Sweep {
       Row rows[2];
       const int rowCount = std::min(2, height_ - row);
       for (int k = 0; k < rowCount; ++k) rows[k] = rowAt(visitedRow(row + k));
-      for (int column = 0; column < width_; column += 2) refineBlockAt(rows, rowCount, column);
+      for (int column = 0; column < width_; column += 2) {
+        PixelBlock block;
+        int count = 0;
+        refineOrCollect(rows, rowCount, column, &block, count);
+        refineTogether(&block, count);
+      }
     }
   }
 
@@ -218,52 +223,42 @@ class Sweep {
       trailing[k] = rowAt(visitedRow(row + 2 + k));
     }
     for (int column = 0; column < width_ + 2; column += 2) {
-      const int trailingColumn = column - 2;
-      PixelBlock pair[2];
-      if (column < width_ && trailingColumn >= 0 && innerBlock(leading, column, pair[0]) &&
-          innerBlock(trailing, trailingColumn, pair[1])) {
-        const int count = fillBlocks(pair);
-        if (count > 0) {
-          refineBlocks(unit_, level_, pair, count, candidateOffsets_, kMaxCandidates,
-                       kGradientDelta);
-        }
-        continue;
-      }
-      if (column < width_) refineBlockAt(leading, 2, column);
-      if (trailingColumn >= 0) refineBlockAt(trailing, 2, trailingColumn);
+      PixelBlock together[2];
+      int count = 0;
+      if (column < width_) refineOrCollect(leading, 2, column, together, count);
+      if (column >= 2) refineOrCollect(trailing, 2, column - 2, together, count);
+      refineTogether(together, count);
     }
-  }
-
-  // The blocks of `pair` that have visited pixels, moved to its front; how many.
-  static int fillBlocks(PixelBlock* pair) {
-    int count = 0;
-    for (int b = 0; b < 2; ++b) {
-      if (pair[b].visited != 0) pair[count++] = pair[b];
-    }
-    return count;
   }
 
   int visitedRow(int index) const { return kForward ? index : height_ - 1 - index; }
 
   // The block of `rowCount` rows at visiting column `column` (and the next one, where there is
-  // one): in one pass where it is an inner block of the block unit, else pixel batch by batch.
-  void refineBlockAt(const Row* rows, int rowCount, int column) {
-    PixelBlock block;
-    if (rowCount == 2 && innerBlock(rows, column, block)) {
-      if (block.visited != 0) {
-        refineBlocks(unit_, level_, &block, 1, candidateOffsets_, kMaxCandidates, kGradientDelta);
-      }
+  // one): an inner block of the block unit with visited pixels is added to `together` (count
+  // blocks so far), any other is refined now, pixel batch by batch.
+  void refineOrCollect(const Row* rows, int rowCount, int column, PixelBlock* together,
+                       int& count) {
+    if (rowCount == 2 && innerBlock(rows, column, together[count])) {
+      if (together[count].visited != 0) ++count;
       return;
     }
     Pixel batch[kMaxBatch];
-    int count = 0;
+    int pixels = 0;
     for (int k = 0; k < rowCount; ++k) {
       for (int c = column; c < std::min(column + 2, width_); ++c) {
         const int x = kForward ? c : width_ - 1 - c;
-        if (visited(rows[k], x)) batch[count++] = Pixel{&rows[k], x};
+        if (visited(rows[k], x)) batch[pixels++] = Pixel{&rows[k], x};
       }
     }
-    if (count > 0) refinePixels(batch, count);
+    if (pixels > 0) refinePixels(batch, pixels);
+  }
+
+  // Inner blocks collected by refineOrCollect, in one pass.
+  void refineTogether(const PixelBlock* together, int count) {
+    if (count > 0) {
+      refineBlocks(unit_, level_, together, count, candidateOffsets_, kMaxCandidates,
+                   kGradientDelta);
+    }
   }
 
   // Whether every candidate of the pixel lies inside the level.
