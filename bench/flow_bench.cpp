@@ -220,9 +220,9 @@ void timeBesidePeer(benchmark::State& state, const std::string& peerName, Ours o
   state.counters["cpu_ratio"] = ourCpu / peerCpu;
 }
 
+// Both outputs are whole, continuous images of the bench's own making.
 bool sameBytes(const cv::Mat& a, const cv::Mat& b) {
   return a.size() == b.size() && a.type() == b.type() &&
-         cv::norm(a.reshape(1), b.reshape(1), cv::NORM_INF) == 0.0 &&
          std::equal(a.datastart, a.dataend, b.datastart);
 }
 
